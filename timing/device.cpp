@@ -1,0 +1,145 @@
+#include "timing/device.hpp"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "timing/error.hpp"
+#include "timing/wire_format.hpp"
+
+namespace zelk::timing {
+namespace {
+
+template <std::size_t Width>
+std::string text_of(const char (&field)[Width]) {
+  return {field, strnlen(field, Width)};
+}
+
+using FineTables = std::array<std::vector<std::int64_t>, channel_count>;
+
+template <typename T>
+bool read_value(std::istream& in, T& value) {
+  return static_cast<bool>(in.read(reinterpret_cast<char*>(&value), sizeof value));
+}
+
+// The tables of a fine-time file: "TLUT", version 1, then for each channel a
+// 32-bit count and that many 64-bit entries, all in host byte order. Nothing
+// unless all four tables are there in full.
+std::optional<FineTables> load_fine_tables(const char* path) {
+  constexpr std::array<char, 4> expected_magic{'T', 'L', 'U', 'T'};
+  constexpr std::uint32_t expected_version = 1;
+  constexpr std::uint32_t max_entries = 1'048'576;
+
+  std::ifstream in(path, std::ios::binary);
+  std::array<char, 4> magic{};
+  std::uint32_t version = 0;
+  if (!read_value(in, magic) || !read_value(in, version) || magic != expected_magic ||
+      version != expected_version) {
+    return std::nullopt;
+  }
+  FineTables tables;
+  for (std::vector<std::int64_t>& table : tables) {
+    std::uint32_t entries = 0;
+    if (!read_value(in, entries) || entries == 0 || entries > max_entries) {
+      return std::nullopt;
+    }
+    table.resize(entries);
+    const auto bytes = static_cast<std::streamsize>(entries * sizeof(std::int64_t));
+    if (!in.read(reinterpret_cast<char*>(table.data()), bytes)) {
+      return std::nullopt;
+    }
+  }
+  return tables;
+}
+
+}  // namespace
+
+Identity Identity::from_c(const qx_identity& c) {
+  return {.text_a = text_of(c.text_a),
+          .text_b = text_of(c.text_b),
+          .serial = text_of(c.serial),
+          .device_text = text_of(c.device_text)};
+}
+
+std::vector<DiscoveredDevice> Device::discover() {
+  qx_discovery* raw_list = nullptr;
+  if (const qx_status status = qx_discover(&raw_list); status != 0) {
+    detail::throw_status(status, "discover", nullptr);
+  }
+  const std::unique_ptr<qx_discovery, decltype(&qx_discover_free)> list(raw_list,
+                                                                        &qx_discover_free);
+  std::vector<DiscoveredDevice> devices;
+  const std::size_t count = qx_discover_count(list.get());
+  devices.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    const char* port = qx_discover_port(list.get(), i);
+    const qx_identity* identity = qx_discover_identity(list.get(), i);
+    devices.push_back({.port = port != nullptr ? port : "",
+                       .identity = identity != nullptr ? Identity::from_c(*identity) : Identity{}});
+  }
+  return devices;
+}
+
+Device Device::open(std::string_view port, int rate) {
+  const std::string terminated_port(port);
+  Device device;
+  const qx_status status = rate == standard_rate
+                               ? qx_open_serial(&device.handle, terminated_port.c_str())
+                               : qx_open(&device.handle, terminated_port.c_str(), rate);
+  if (status != 0) {
+    detail::throw_status(status, "open", nullptr);
+  }
+  device.owns = true;
+  device.fine_lut.fill(wire::default_fine_correction_table());
+  return device;
+}
+
+Device Device::open_first(int rate) {
+  const std::vector<DiscoveredDevice> devices = discover();
+  if (devices.empty()) {
+    throw Error("open_first: no ZELK device found", no_device_found_status);
+  }
+  Device device = open(devices.front().port, rate);
+  if (std::optional<FineTables> tables = load_fine_tables("fine_lut.bin")) {
+    device.fine_lut = std::move(*tables);
+  }
+  return device;
+}
+
+Device::~Device() {
+  if (handle != nullptr && owns) {
+    qx_close(handle);
+  }
+}
+
+Device::Device(Device&& other) noexcept
+    : handle(std::exchange(other.handle, nullptr)),
+      owns(std::exchange(other.owns, false)),
+      stream_mode(std::exchange(other.stream_mode, 0)),
+      fine_lut(std::move(other.fine_lut)) {}
+
+Device& Device::operator=(Device&& other) noexcept {
+  Device moved(std::move(other));
+  std::swap(handle, moved.handle);
+  std::swap(owns, moved.owns);
+  std::swap(stream_mode, moved.stream_mode);
+  std::swap(fine_lut, moved.fine_lut);
+  return *this;
+}
+
+void Device::stop_stream_any(bool flag) {
+  if (const qx_status status = qx_stop_stream_mode(handle, flag); status != 0) {
+    detail::check(status, "stop_stream_any", handle);
+  }
+}
+
+std::string default_calibration_dir() {
+  const char* home = std::getenv("HOME");
+  const std::string base = home != nullptr && *home != '\0' ? home : ".";
+  return base + "/.zelk.timing/calibrations";
+}
+
+}  // namespace zelk::timing
