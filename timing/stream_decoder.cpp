@@ -1,0 +1,34 @@
+#include "timing/stream_decoder.hpp"
+
+#include "timing/wire_format.hpp"
+
+namespace zelk::timing {
+
+StreamDecoder::StreamDecoder(const StreamFileHeader& header)
+    : format(header.format),
+      mode(header.mode),
+      transport(header.transport),
+      channel_mask(header.channel_mask),
+      packed_bits(header.packed_bits != 0 ? header.packed_bits : wire::packed_delta::default_bits),
+      packed_quantum_ps(header.packed_quantum_ps != 0 ? header.packed_quantum_ps
+                                                      : wire::packed_delta::default_quantum_ps),
+      timestamp_layout(timestamp_layout_for(header.format, header.mode)),
+      fine_correction_ps(wire::default_fine_correction_table()),
+      packed_shift(wire::packed_delta::quantum_shift(packed_quantum_ps)) {}
+
+std::vector<TimeTag> StreamDecoder::feed(const std::uint8_t* data, std::size_t size) {
+  if (data != nullptr && size != 0) {
+    pending.insert(pending.end(), data, data + size);
+  }
+  switch (format) {
+    case Format::raw64:
+      return feed_raw64();
+    case Format::delta32:
+      return feed_delta32();
+    case Format::packed_delta:
+      return feed_packed_delta();
+  }
+  return {};
+}
+
+}  // namespace zelk::timing
