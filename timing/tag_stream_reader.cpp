@@ -1,0 +1,116 @@
+#include "timing/tag_stream_reader.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "timing/error.hpp"
+#include "timing/stream_decoder.hpp"
+
+namespace zelk::timing {
+
+TagStreamReader::~TagStreamReader() {
+  try {
+    stop();
+  } catch (...) {  // NOLINT(bugprone-empty-catch): nobody is left to tell
+  }
+}
+
+void TagStreamReader::start(const StreamFileHeader& header, std::size_t read_chunk,
+                            std::size_t limit) {
+  stop_requested = true;
+  if (thread.joinable()) {
+    thread.join();
+  }
+  running = false;
+  rethrow_stored_error();
+  {
+    const std::lock_guard lock(mutex);
+    queue.clear();
+    error = nullptr;
+  }
+  queue_limit = std::max(limit, min_queue_limit);
+  dropped = 0;
+  stop_requested = false;
+  running = true;
+  thread = std::thread(&TagStreamReader::run, this, header, std::max(read_chunk, min_read_chunk));
+}
+
+void TagStreamReader::stop() {
+  stop_requested = true;
+  if (thread.joinable()) {
+    thread.join();
+  }
+  running = false;
+  rethrow_stored_error();
+}
+
+void TagStreamReader::drain(std::vector<TimeTag>& batch) {
+  batch.clear();
+  std::exception_ptr stored;
+  {
+    const std::lock_guard lock(mutex);
+    stored = error;
+    const auto end = queue.begin() + static_cast<std::ptrdiff_t>(std::min(queue.size(), max_drain));
+    batch.assign(queue.begin(), end);
+    queue.erase(queue.begin(), end);
+  }
+  if (stored) {
+    std::rethrow_exception(stored);
+  }
+}
+
+void TagStreamReader::rethrow_stored_error() {
+  std::exception_ptr stored;
+  {
+    const std::lock_guard lock(mutex);
+    stored = error;
+  }
+  if (stored) {
+    std::rethrow_exception(stored);
+  }
+}
+
+// The thread's body. Whatever goes wrong is left for the consumer to find.
+void TagStreamReader::run(StreamFileHeader header, std::size_t read_chunk) {
+  try {
+    read_until_stopped(header, read_chunk);
+  } catch (...) {
+    const std::lock_guard lock(mutex);
+    error = std::current_exception();
+  }
+  running = false;
+}
+
+void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::size_t read_chunk) {
+  StreamDecoder decoder(header);
+  std::vector<std::uint8_t> buffer(read_chunk);
+  while (!stop_requested) {
+    std::size_t received = 0;
+    const qx_status status =
+        qx_read_stream_bytes(device->handle, buffer.data(), buffer.size(), &received, read_timeout);
+    if (status == read_timeout_status) {
+      continue;
+    }
+    if (status != 0) {
+      detail::check(status, "read_stream_bytes", device->handle);
+    }
+    const std::vector<TimeTag> tags =
+        decoder.feed(buffer.data(), std::min(received, buffer.size()));
+    if (!tags.empty()) {
+      append(tags);
+    }
+  }
+}
+
+// Under overload the newest tags are kept: the queue is cut back from the front.
+void TagStreamReader::append(const std::vector<TimeTag>& tags) {
+  const std::lock_guard lock(mutex);
+  queue.insert(queue.end(), tags.begin(), tags.end());
+  if (queue.size() > queue_limit) {
+    const std::size_t surplus = queue.size() - queue_limit;
+    queue.erase(queue.begin(), queue.begin() + static_cast<std::ptrdiff_t>(surplus));
+    dropped += surplus;
+  }
+}
+
+}  // namespace zelk::timing

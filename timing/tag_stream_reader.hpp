@@ -1,0 +1,73 @@
+// Moves stream data off the device on a background thread, so that the
+// consumer never waits for the device.
+//
+// Two threads touch a reader: the consumer (start, drain, stop, destruction)
+// and the reader thread (run). `mutex` guards `queue` and `error` and is held
+// only for short moves; the three atomics are read without it. The Device is
+// borrowed and must outlive the reader.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "timing/device.hpp"
+#include "timing/stream_header.hpp"
+#include "timing/time_tag.hpp"
+
+namespace zelk::timing {
+
+class TagStreamReader {
+ public:
+  // The most tags that one drain() takes: it bounds the time for which the
+  // reader thread can be kept waiting for the lock.
+  static constexpr std::size_t max_drain = 65536;
+  static constexpr std::size_t min_queue_limit = 1024;
+  static constexpr std::size_t min_read_chunk = 4096;
+  // Handed to every device read; the device library's unit.
+  static constexpr int read_timeout = 20;
+
+  explicit TagStreamReader(Device& stream_device) : device(&stream_device) {}
+
+  // Stops and joins the thread; swallows a stored error.
+  ~TagStreamReader();
+  TagStreamReader(const TagStreamReader&) = delete;
+  TagStreamReader& operator=(const TagStreamReader&) = delete;
+
+  // Starts reading the stream that `header` describes, `read_chunk` bytes a
+  // device read (at least min_read_chunk), keeping at most `limit` tags queued
+  // (at least min_queue_limit). A reader whose thread has failed cannot be
+  // started again: the stored exception is rethrown.
+  void start(const StreamFileHeader& header, std::size_t read_chunk, std::size_t limit);
+
+  // Ends the thread after its current read. Rethrows the exception that ended
+  // the thread, if any. Queued tags stay drainable.
+  void stop();
+
+  // Replaces the contents of `batch` by the oldest queued tags, at most
+  // max_drain. Then rethrows the exception that ended the thread, if any.
+  void drain(std::vector<TimeTag>& batch);
+
+  Device* device;
+  std::thread thread;  // not joinable when idle
+  std::atomic<bool> stop_requested{false};
+  std::atomic<bool> running{false};       // until the thread has left its loop
+  std::atomic<std::uint64_t> dropped{0};  // tags discarded by the queue limit
+  std::mutex mutex;
+  std::deque<TimeTag> queue;            // oldest in front
+  std::size_t queue_limit = 8'388'608;  // most tags held after an append
+  std::exception_ptr error;             // what ended the thread, or empty
+
+ private:
+  void run(StreamFileHeader header, std::size_t read_chunk);
+  void read_until_stopped(const StreamFileHeader& header, std::size_t read_chunk);
+  void append(const std::vector<TimeTag>& tags);
+  void rethrow_stored_error();
+};
+
+}  // namespace zelk::timing
