@@ -1,0 +1,36 @@
+// What a port string asks for. "ftdi://" and the discovered port name the
+// default unit; "sim://SCENARIO?key=value&key=value" names a unit with the
+// signals of a scenario. Any byte of a value may be written as %XX.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zelk::simulator {
+
+// The one unit that discovery lists.
+inline constexpr std::string_view default_unit_serial = "ZK4-0001";
+inline constexpr std::string_view default_unit_port = "ftdi://ZK4-0001";
+
+enum class ScenarioKind {
+  default_unit,  // correlated pairs over random background
+  tags,          // recorded tags
+};
+
+// How fast recorded tags arrive.
+enum class Pace {
+  real_time,
+  as_read,  // as fast as the host reads
+};
+
+struct DevicePort {
+  ScenarioKind scenario = ScenarioKind::default_unit;
+  std::string tag_file;         // of ScenarioKind::tags
+  Pace pace = Pace::real_time;  // of ScenarioKind::tags
+};
+
+// Throws Failure when `port` names no unit, with a status of its own for every
+// kind of mistake.
+DevicePort parse_device_port(std::string_view port);
+
+}  // namespace zelk::simulator

@@ -1,0 +1,23 @@
+#include "simulator/encoder_for.hpp"
+
+#include "simulator/delta32_encoder.hpp"
+#include "simulator/raw64_encoder.hpp"
+
+namespace zelk::simulator {
+
+std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::StreamMode mode) {
+  switch (format) {
+    case timing::Format::raw64:
+      if (mode == timing::StreamMode::internal) {
+        return std::make_unique<CoarseFineEncoder>();
+      }
+      return std::make_unique<Raw64Encoder>();
+    case timing::Format::delta32:
+      return std::make_unique<Delta32Encoder>();
+    case timing::Format::packed_delta:
+      break;
+  }
+  return nullptr;
+}
+
+}  // namespace zelk::simulator

@@ -1,0 +1,56 @@
+// How the simulated unit says no. Inside the library a refused request is a
+// Failure; the C interface turns it into its status and the device's last
+// error. Texts of statuses are fixed and never null.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace zelk::simulator {
+
+// Values of qx_status. -5 is left to the host, which uses it when discovery
+// finds nothing. A unit whose reference clock cannot be controlled answers -3,
+// -4 or -7, so no other refusal may use these three.
+enum class Status : std::int32_t {
+  success = 0,
+  invalid_argument = -1,
+  out_of_memory = -2,
+  timed_out = -3,
+  not_supported = -4,
+  no_device = -5,
+  busy = -6,
+  not_available = -7,
+  not_streaming = -8,
+  out_of_range = -9,
+  internal_error = -10,
+  // Reasons for a failed open, where no device exists to hold a last error.
+  no_such_unit = -20,
+  malformed_port = -21,
+  unknown_scenario = -22,
+  unknown_port_key = -23,
+  missing_port_key = -24,
+  repeated_port_key = -25,
+  port_value_out_of_range = -26,
+  cannot_open_tag_file = -30,
+  cannot_read_tag_file = -31,
+  malformed_tag_line = -32,
+  tag_out_of_order = -33,
+  tag_channel_out_of_range = -34,
+};
+
+// The fixed text of `status`, for values that are no Status too.
+const char* status_text(std::int32_t status) noexcept;
+
+// A refused request; what() says which value was wrong and why.
+class Failure : public std::runtime_error {
+ public:
+  Failure(Status status, const std::string& detail) : std::runtime_error(detail), status_(status) {}
+
+  [[nodiscard]] Status status() const noexcept { return status_; }
+
+ private:
+  Status status_;
+};
+
+}  // namespace zelk::simulator

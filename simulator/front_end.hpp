@@ -1,0 +1,87 @@
+// From pulses at the inputs to tags: the threshold comparator, the delay
+// lines, the dead time and the channel mask. One front end serves one running
+// stream and is used by the thread that reads it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "simulator/signal_source.hpp"
+#include "timing/time_tag.hpp"
+
+namespace zelk::simulator {
+
+inline constexpr std::uint8_t all_channels_mask = (1U << timing::channel_count) - 1;
+
+// Bit n: delay line n of a channel is active.
+inline constexpr std::uint8_t all_delay_lines_mask = 0x1F;
+
+// The dead-time counter: 24 bits, in periods of the device clock.
+inline constexpr std::int64_t max_dead_time_ps = 0xFFFFFF * timing::clock_period_ps;
+
+// 0.5 V, as near as a threshold code comes to it.
+inline constexpr std::uint16_t default_threshold_code = 0xA000;
+
+struct FrontEndSettings {
+  std::uint8_t channel_mask = all_channels_mask;
+  std::array<std::uint16_t, timing::channel_count> threshold_codes{
+      default_threshold_code, default_threshold_code, default_threshold_code,
+      default_threshold_code};
+  std::array<std::uint8_t, timing::channel_count> delay_line_masks{
+      all_delay_lines_mask, all_delay_lines_mask, all_delay_lines_mask, all_delay_lines_mask};
+  std::int64_t dead_time_ps = 0;
+};
+
+// What a threshold code means: 0 V to 4 V in 65535 steps, codes counting as
+// signed 16-bit numbers from -32768.
+constexpr double threshold_v(std::uint16_t code) {
+  return static_cast<std::uint16_t>(code ^ 0x8000U) * 4.0 / 65535.0;
+}
+
+// The dead time that the unit makes of a request: whole clock periods, rounded
+// up. Throws Failure outside 0 to max_dead_time_ps.
+std::int64_t applied_dead_time_ps(std::int64_t requested_ps);
+
+class FrontEnd {
+ public:
+  explicit FrontEnd(const FrontEndSettings& settings);
+
+  // Whether `event` makes a tag; only then is `tag` written. The times of a
+  // channel's tags always rise: an event that is not later than the channel's
+  // tag before it is lost in the dead time, however short.
+  bool detect(const Event& event, timing::TimeTag& tag) {
+    Channel& channel = channels_[event.channel];
+    if (!channel.enabled || event.amplitude_v < channel.threshold_v) {
+      return false;
+    }
+    const std::int64_t time_ps =
+        channel.has_delay_line ? event.time_ps : next_clock_edge_ps(event.time_ps);
+    if (time_ps < channel.ready_ps) {
+      return false;
+    }
+    channel.ready_ps = time_ps + recovery_ps_;
+    tag = {event.channel, time_ps};
+    return true;
+  }
+
+ private:
+  struct Channel {
+    bool enabled = false;
+    // Without a delay line only the coarse counter is left, and it latches at
+    // the first clock edge that is not before the event.
+    bool has_delay_line = false;
+    double threshold_v = 0;
+    std::int64_t ready_ps = 0;  // the earliest time that the next tag can have
+  };
+
+  static constexpr std::int64_t next_clock_edge_ps(std::int64_t time_ps) {
+    constexpr std::int64_t period_ps = timing::clock_period_ps;
+    return (time_ps + period_ps - 1) / period_ps * period_ps;
+  }
+
+  std::array<Channel, timing::channel_count> channels_;
+  std::int64_t recovery_ps_;
+};
+
+}  // namespace zelk::simulator
