@@ -1,0 +1,25 @@
+// The capture loop: tags from the reader into the statistics, until the time
+// is up.
+#pragma once
+
+#include <cstdint>
+
+#include "smoke_test/active_stream.hpp"
+#include "smoke_test/capture_statistics.hpp"
+#include "smoke_test/config.hpp"
+#include "smoke_test/watchdog.hpp"
+#include "timing/device.hpp"
+#include "timing/stream_header.hpp"
+
+struct Capture {
+  CaptureStatistics statistics;
+  std::uint64_t reader_dropped = 0;  // tags discarded by the reader's queue limit
+  int interrupting_signal = 0;       // that ended the capture early, or 0
+};
+
+// Captures for config.capture_s seconds, then stops the reader and the stream.
+// Tags still queued at that moment are not counted: the capture is exactly as
+// long as the loop. Rethrows what ended the reader thread. Keeps the watchdog
+// kicked.
+Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
+                     const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);

@@ -1,0 +1,65 @@
+// The run's settings, filled from key=value arguments.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "timing/reference_clock.hpp"
+#include "timing/time_tag.hpp"
+#include "timing/transport.hpp"
+#include "timing/wire_format.hpp"
+
+using zelk::timing::StreamMode;
+
+struct Config {
+  std::string port = "ftdi://";  // empty: the first discovered device
+  zelk::timing::Transport transport = zelk::timing::Transport::usb;
+  zelk::timing::Format format = zelk::timing::Format::packed_delta;
+  StreamMode mode = StreamMode::internal;
+  double capture_s = 0.5;
+  double cal_freq_hz = 10000.0;                                   // internal mode only
+  double threshold_v = std::numeric_limits<double>::quiet_NaN();  // not finite: not programmed
+  std::uint8_t channel_mask = 0x0C;  // bit n: channel n is in the stream
+  std::int32_t channel_a = 0;
+  std::int32_t channel_b = 1;
+  std::int64_t coincidence_window_ps = 1000;
+  std::uint8_t packed_bits = zelk::timing::wire::packed_delta::default_bits;
+  std::uint16_t packed_quantum_ps = zelk::timing::wire::packed_delta::default_quantum_ps;
+  double bin_s = 0.1;
+  std::uint64_t queue_limit = 131072;  // tags
+  std::int64_t dead_time_ps = -1;      // negative: the device's dead time is left alone
+  bool load_calibration = true;
+  std::uint8_t tdl_mask = 0x07;  // active delay lines, the same for every channel
+  bool set_reference = true;     // false: the reference clock is only queried
+  zelk::timing::ReferenceClockSource ref_source = zelk::timing::ReferenceClockSource::internal;
+  zelk::timing::ReferenceSignal ref_signal = zelk::timing::ReferenceSignal::ten_mhz;
+  bool byte_probe = false;
+};
+
+// Applies one option. The key is case-insensitive; an unknown key is ignored.
+// Throws std::runtime_error for a rejected text, and what std::stoi and its
+// relatives throw for a number that cannot be read.
+void apply_arg(Config& config, std::string key, std::string value);
+
+// Applies one command-line argument: a leading "--" is removed, the text is
+// split at the first "=", and an argument without "=" is ignored.
+void apply_argument(Config& config, std::string_view argument);
+
+// Throws std::runtime_error unless the channel pair is two different channels
+// and the transport can stream.
+void validate(const Config& config);
+
+// The text with every byte passed through tolower.
+std::string lower_ascii(std::string text);
+
+// Unsigned number, base 16 after "0x" or "0X" and base 10 otherwise, cut to 32
+// bits. Throws what std::stoul throws.
+std::uint32_t parse_u32(std::string text);
+
+// The names that the report prints; "unknown" for values without one.
+const char* transport_name(zelk::timing::Transport transport);
+const char* format_name(zelk::timing::Format format);
+const char* ref_source_name(zelk::timing::ReferenceClockSource source);
+const char* ref_signal_name(zelk::timing::ReferenceSignal signal);

@@ -1,0 +1,65 @@
+#include "smoke_test/help.hpp"
+
+#include <iomanip>
+#include <iostream>
+#include <string>
+
+#include "smoke_test/options.hpp"
+
+namespace {
+
+constexpr int key_width = 23;
+constexpr int default_width = 20;
+
+std::string aliases_of(const Option& option) {
+  std::string text;
+  for (std::size_t i = 1; i < option.keys.size() && !option.keys[i].empty(); ++i) {
+    text += text.empty() ? " (also " : ", ";
+    text += option.keys[i];
+  }
+  return text.empty() ? text : text + ")";
+}
+
+void print_option(const Option& option) {
+  std::string default_text(option.default_text);
+  if (!option.unit.empty()) {
+    default_text += " ";
+    default_text += option.unit;
+  }
+  std::cout << "  " << std::left << std::setw(key_width) << option.keys[0]  //
+            << std::setw(default_width) << default_text                     //
+            << option.description << aliases_of(option) << '\n';
+}
+
+}  // namespace
+
+void print_help() {
+  std::cout << "usage: zelk_smoke_test [key=value ...]\n"
+               "\n"
+               "Opens a four-channel time-to-digital converter, captures time tags, prints a\n"
+               "report of key=value lines and says with its exit status whether the channel\n"
+               "pair saw tags and coincidences. A key may begin with \"--\"; upper and lower case\n"
+               "are the same; unknown keys are ignored.\n"
+               "\n"
+               "  "
+            << std::left << std::setw(key_width) << "key" << std::setw(default_width) << "default"
+            << "meaning\n";
+  for (const Option& option : options()) {
+    print_option(option);
+  }
+  std::cout << "\n"
+               "exit status\n"
+               "  0    both channels of the pair saw tags, and coincidences were found\n"
+               "  1    byte probe only: no byte arrived\n"
+               "  2    the run failed; one line on standard error says why\n"
+               "  3    the report was printed, but the pair saw no tags or no coincidences\n"
+               "  128+n  ended early by signal n, after the report of what was captured\n"
+               "\n"
+               "examples\n"
+               "  zelk_smoke_test channel_a=2 channel_b=3\n"
+               "  zelk_smoke_test mode=external channel_mask=0x03 capture_s=5 format=raw64\n";
+}
+
+void print_version() {
+  std::cout << "zelk_smoke_test " << ZELK_VERSION << '\n';
+}

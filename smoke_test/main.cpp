@@ -1,0 +1,81 @@
+// The smoke test as a table of contents: arguments, device, stream, capture,
+// analysis, report, verdict.
+#include <algorithm>
+#include <exception>
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+#include "smoke_test/active_stream.hpp"
+#include "smoke_test/analysis.hpp"
+#include "smoke_test/capture.hpp"
+#include "smoke_test/config.hpp"
+#include "smoke_test/device_setup.hpp"
+#include "smoke_test/help.hpp"
+#include "smoke_test/interrupt.hpp"
+#include "smoke_test/report.hpp"
+#include "smoke_test/verdict.hpp"
+#include "smoke_test/watchdog.hpp"
+
+namespace {
+
+Config parse_arguments(const std::vector<std::string_view>& arguments) {
+  Config config;
+  for (const std::string_view argument : arguments) {
+    apply_argument(config, argument);
+  }
+  validate(config);
+  return config;
+}
+
+int run_smoke_test(const Config& config) {
+  Watchdog watchdog;
+  watchdog.kick(Watchdog::set_up_limit);
+  zelk::timing::Device device = open_device(config);
+  const DeviceSettings settings = set_up_device(device, config);
+  start_stream(device, config);
+  ActiveStream stream(device);
+
+  const Capture capture =
+      capture_tags(device, stream, config, stream_header(config, settings), watchdog);
+  watchdog.rest();
+
+  const auto& times_ps = capture.statistics.times_ps();
+  const auto& times_a = times_ps[static_cast<std::size_t>(config.channel_a)];
+  const auto& times_b = times_ps[static_cast<std::size_t>(config.channel_b)];
+  const PairAnalysis pair = analyse_pair(times_a, times_b, config.coincidence_window_ps);
+
+  print_report(config, settings, capture.statistics, pair, capture.reader_dropped);
+  finish_report();
+  watchdog.kick(Watchdog::streaming_limit);
+  return verdict(times_a.size(), times_b.size(), pair.coincidences, capture.interrupting_signal);
+}
+
+int run(const std::vector<std::string_view>& arguments) {
+  const auto given = [&arguments](std::string_view flag) {
+    return std::ranges::find(arguments, flag) != arguments.end();
+  };
+  if (given("--help") || given("-h")) {
+    print_help();
+    finish_report();
+    return exit_success;
+  }
+  if (given("--version")) {
+    print_version();
+    finish_report();
+    return exit_success;
+  }
+  return run_smoke_test(parse_arguments(arguments));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ignore_closed_pipes();
+  try {
+    return run({argv + std::min(argc, 1), argv + argc});
+  } catch (const std::exception& error) {
+    std::cerr << error.what() << '\n';
+    return exit_failure;
+  }
+}

@@ -1,0 +1,176 @@
+#include "smoke_test/report.hpp"
+
+#include <iomanip>
+#include <iostream>
+#include <stdexcept>
+
+namespace {
+
+// Writes the values of a range, separated by commas.
+template <typename Range, typename Write>
+void print_list(const char* key, const Range& values, Write write) {
+  std::cout << key;
+  const char* separator = "";
+  for (const auto& value : values) {
+    std::cout << separator;
+    write(value);
+    separator = ",";
+  }
+  std::cout << '\n';
+}
+
+template <typename Range>
+void print_values(const char* key, const Range& values) {
+  print_list(key, values, [](const auto& value) { std::cout << value; });
+}
+
+void print_ranking(const char* key, const std::vector<Ranked>& ranking) {
+  print_list(key, ranking,
+             [](const Ranked& entry) { std::cout << entry.first << ':' << entry.second; });
+}
+
+void use_three_decimals() {
+  std::cout << std::fixed << std::setprecision(3);
+}
+
+void print_settings(const Config& config, const DeviceSettings& settings) {
+  std::cout << "ref_active=" << settings.active_reference
+            << " divider=" << settings.calibration_divider << '\n'
+            << "calibration_path=" << settings.calibration_path << '\n'
+            << "calibration_loaded=" << (settings.calibration_loaded ? 1 : 0) << '\n';
+  std::cout << std::hex;
+  print_list("tdl_masks=", settings.tdl_masks,
+             [](std::uint8_t mask) { std::cout << "0x" << static_cast<unsigned>(mask); });
+  std::cout << std::dec;
+  if (config.dead_time_ps >= 0) {
+    std::cout << "dead_time_ps=" << settings.applied_dead_time_ps << '\n';
+  }
+}
+
+void print_counts(const CaptureStatistics& statistics) {
+  std::cout << "tags_total=" << statistics.total() << '\n';
+  for (std::size_t channel = 0; channel < zelk::timing::channel_count; ++channel) {
+    std::cout << "ch" << channel << '=' << statistics.count(channel) << '\n';
+  }
+}
+
+void print_pair(const PairAnalysis& pair) {
+  std::cout << "coincidences=" << pair.coincidences << '\n'
+            << "xcorr_offset_ps=" << pair.offset.offset_ps << '\n'
+            << "xcorr_peak_count=" << pair.peak.count << '\n'
+            << "xcorr_peak_center_ps=" << pair.peak.center_ps << '\n';
+  use_three_decimals();
+  std::cout << "xcorr_rms_ps=" << pair.rms_ps << '\n'
+            << "xcorr_fwhm_est_ps=" << pair.fwhm_estimate_ps << '\n'
+            << "xcorr_minus3333_window_pm40ps=" << pair.minus_period_window << '\n'
+            << "xcorr_plus3333_window_pm40ps=" << pair.plus_period_window << '\n';
+  print_ranking("xcorr_top_bins=", pair.top);
+}
+
+void print_stream_health(const CaptureStatistics& statistics, std::uint64_t reader_dropped) {
+  constexpr double ps_per_ms = 1e9;
+  constexpr std::array<const char*, StepStatistics::limits_ps.size()> limit_keys{
+      "dt_lt_10ns=", "dt_lt_100ns=", "dt_lt_500ns=", "dt_lt_900ns="};
+
+  std::array<StepStatistics, zelk::timing::channel_count> steps;
+  for (std::size_t channel = 0; channel < steps.size(); ++channel) {
+    steps[channel] = step_statistics(statistics.times_ps()[channel]);
+  }
+
+  std::cout << "reader_dropped=" << reader_dropped << '\n';
+  print_values("monotonic_violations=", statistics.monotonic_violations());
+  use_three_decimals();
+  print_list("max_gap_ms=", statistics.max_gap_ps(),
+             [](std::int64_t gap_ps) { std::cout << static_cast<double>(gap_ps) / ps_per_ms; });
+  print_list("min_dt_ps=", steps,
+             [](const StepStatistics& channel) { std::cout << channel.min_step_ps; });
+  for (std::size_t k = 0; k < limit_keys.size(); ++k) {
+    print_list(limit_keys[k], steps,
+               [k](const StepStatistics& channel) { std::cout << channel.below[k]; });
+  }
+}
+
+void print_bins(const TimeBins& bins) {
+  use_three_decimals();
+  std::cout << "bins_s=" << bins.width_s() << '\n'
+            << "bin_overflow_tags=" << bins.overflow() << '\n';
+  std::size_t index = 0;
+  for (const TimeBins::Row& row : bins.rows()) {
+    std::cout << "bin " << index++;
+    for (std::size_t channel = 0; channel < row.size(); ++channel) {
+      std::cout << " ch" << channel << '=' << row[channel];
+    }
+    std::cout << '\n';
+  }
+}
+
+}  // namespace
+
+void print_ref_status(const zelk::timing::ReferenceClockStatus& status, const char* prefix) {
+  if (prefix == nullptr) {
+    std::cout.setstate(std::ios::badbit);
+    return;
+  }
+  const auto flag = [](bool value) { return value ? 1 : 0; };
+  std::cout << prefix << "_requested=" << ref_source_name(status.requested) << ' '  //
+            << prefix << "_active=" << ref_source_name(status.active) << ' '        //
+            << prefix << "_signal=" << ref_signal_name(status.signal) << ' '        //
+            << prefix << "_external_present=" << flag(status.external_present) << ' ' << prefix
+            << "_external_locked=" << flag(status.external_locked) << ' ' << prefix
+            << "_fallback=" << flag(status.fallback) << ' '  //
+            << prefix << "_missing_warning=" << flag(status.missing_warning) << ' ' << prefix
+            << "_raw=0x" << std::hex << status.raw << std::dec << '\n';
+}
+
+void print_ref_unavailable() {
+  std::cout << "reference_clock_control=unavailable; fixed_internal_clock_assumed=1\n";
+}
+
+std::string bytes_to_hex(const std::vector<std::uint8_t>& bytes) {
+  constexpr const char* digits = "0123456789abcdef";
+  std::string text;
+  text.reserve(3 * bytes.size());
+  for (const std::uint8_t byte : bytes) {
+    if (!text.empty()) {
+      text += ' ';
+    }
+    text += digits[byte >> 4];
+    text += digits[byte & 0xF];
+  }
+  return text;
+}
+
+void print_device_and_stream(const Config& config, const zelk::timing::Identity& identity) {
+  std::cout << "device=" << identity.device_text << '\n'
+            << "port=" << config.port << " transport=" << transport_name(config.transport)
+            << " format=" << format_name(config.format)
+            << " mode=" << (config.mode == StreamMode::external ? "external" : "internal") << '\n';
+}
+
+void print_mod_stats(const std::array<std::vector<std::int64_t>, 4>& per_channel) {
+  for (std::size_t channel = 0; channel < per_channel.size(); ++channel) {
+    const ResidueStatistics residues = residue_statistics(per_channel[channel]);
+    const std::string prefix = "ch" + std::to_string(channel) + "_mod3333_";
+    std::cout << prefix << "unique=" << residues.unique << '\n'
+              << prefix << "exact_zero=" << residues.exact_zero << '\n';
+    print_ranking((prefix + "top=").c_str(), residues.top);
+  }
+}
+
+void print_report(const Config& config, const DeviceSettings& settings,
+                  const CaptureStatistics& statistics, const PairAnalysis& pair,
+                  std::uint64_t reader_dropped) {
+  print_device_and_stream(config, settings.identity);
+  print_settings(config, settings);
+  print_counts(statistics);
+  print_pair(pair);
+  print_stream_health(statistics, reader_dropped);
+  print_mod_stats(statistics.times_ps());
+  print_bins(statistics.bins());
+}
+
+void finish_report() {
+  if (!std::cout.flush()) {
+    throw std::runtime_error("cannot write the report to standard output");
+  }
+}

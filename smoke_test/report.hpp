@@ -1,0 +1,43 @@
+// Everything that the smoke test prints on standard output, and nothing else.
+//
+// Floating-point values are fixed-point with 3 decimals; the stream's setting
+// is made once and stays.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "smoke_test/analysis.hpp"
+#include "smoke_test/capture_statistics.hpp"
+#include "smoke_test/config.hpp"
+#include "smoke_test/device_setup.hpp"
+#include "timing/reference_clock.hpp"
+
+// One line with the state of the reference clock, each key beginning with
+// `prefix`. A null prefix puts standard output into its bad state.
+void print_ref_status(const zelk::timing::ReferenceClockStatus& status, const char* prefix);
+
+// The line that stands in for it on a unit whose reference clock cannot be
+// controlled.
+void print_ref_unavailable();
+
+// Two lower-case hexadecimal digits a byte, separated by single spaces.
+std::string bytes_to_hex(const std::vector<std::uint8_t>& bytes);
+
+// The report's first two lines: the device, and how its stream was opened.
+void print_device_and_stream(const Config& config, const zelk::timing::Identity& identity);
+
+// The twelve residue lines, three per channel.
+void print_mod_stats(const std::array<std::vector<std::int64_t>, 4>& per_channel);
+
+// The whole report of a capture. `reader_dropped`: tags that the reader
+// discarded.
+void print_report(const Config& config, const DeviceSettings& settings,
+                  const CaptureStatistics& statistics, const PairAnalysis& pair,
+                  std::uint64_t reader_dropped);
+
+// Brings everything printed to its destination. Throws std::runtime_error when
+// any of it could not be written.
+void finish_report();
