@@ -14,6 +14,7 @@
 #include "timing/c_api/zelk_timing.h"
 #pragma GCC visibility pop
 
+#include "simulator/device_model.hpp"
 #include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
 #include "simulator/unit.hpp"
@@ -21,9 +22,9 @@
 namespace {
 
 using zelk::simulator::default_unit_port;
+using zelk::simulator::DeviceModel;
 using zelk::simulator::Failure;
 using zelk::simulator::Status;
-using zelk::simulator::Unit;
 
 constexpr int standard_rate = 3'000'000;
 
@@ -82,9 +83,9 @@ Pointer required(Pointer pointer, const char* name) {
 }  // namespace
 
 struct qx_device {
-  explicit qx_device(const char* port) : unit(port) {}
+  explicit qx_device(const char* port) : model(zelk::simulator::open_device_model(port)) {}
 
-  Unit unit;
+  std::unique_ptr<DeviceModel> model;
   std::string last_error;
 };
 
@@ -96,13 +97,13 @@ namespace {
 
 constexpr std::size_t discovered_units = 1;
 
-// Runs `action` on the unit behind `device`.
+// Runs `action` on the model behind `device`.
 template <typename Action>
-qx_status on_unit(qx_device* device, Action&& action) noexcept {
+qx_status on_model(qx_device* device, Action&& action) noexcept {
   if (device == nullptr) {
     return code(Status::invalid_argument);
   }
-  return guarded(&device->last_error, [&] { action(device->unit); });
+  return guarded(&device->last_error, [&] { action(*device->model); });
 }
 
 }  // namespace
@@ -151,8 +152,8 @@ void qx_close(qx_device* device) {
 }
 
 qx_status qx_identify(qx_device* device, qx_identity* identity) {
-  return on_unit(device,
-                 [&](const Unit& unit) { *required(identity, "identity") = unit.identity(); });
+  return on_model(device,
+                  [&](DeviceModel& model) { *required(identity, "identity") = model.identity(); });
 }
 
 const char* qx_status_string(qx_status status) {
@@ -163,101 +164,100 @@ const char* qx_last_error(const qx_device* device) {
   return device != nullptr ? device->last_error.c_str() : "";
 }
 
-qx_status qx_load_calibration(qx_device* device, int /*flag*/) {
-  return on_unit(device, [](const Unit& unit) { unit.load_calibration(); });
+qx_status qx_load_calibration(qx_device* device, int flag) {
+  return on_model(device, [&](DeviceModel& model) { model.load_calibration(flag); });
 }
 
 qx_status qx_get_reference_clock_status(qx_device* device, qx_reference_clock* status) {
-  return on_unit(device,
-                 [&](const Unit& unit) { *required(status, "status") = unit.reference_clock(); });
+  return on_model(
+      device, [&](DeviceModel& model) { *required(status, "status") = model.reference_clock(); });
 }
 
 qx_status qx_set_reference_clock(qx_device* device, uint32_t source, uint32_t signal,
                                  qx_reference_clock* status) {
-  return on_unit(device, [&](Unit& unit) {
+  return on_model(device, [&](DeviceModel& model) {
     required(status, "status");
-    *status = unit.set_reference_clock(source, signal);
+    *status = model.set_reference_clock(source, signal);
   });
 }
 
 qx_status qx_set_tdl_active_masks(qx_device* device, const uint8_t* masks) {
-  return on_unit(device, [&](Unit& unit) {
-    unit.set_delay_line_masks(std::span<const std::uint8_t, zelk::timing::channel_count>(
+  return on_model(device, [&](DeviceModel& model) {
+    model.set_delay_line_masks(std::span<const std::uint8_t, zelk::timing::channel_count>(
         required(masks, "masks"), zelk::timing::channel_count));
   });
 }
 
 qx_status qx_get_tdl_active_masks(qx_device* device, uint8_t* masks) {
-  return on_unit(device, [&](const Unit& unit) {
+  return on_model(device, [&](DeviceModel& model) {
     required(masks, "masks");
-    std::copy(unit.delay_line_masks().begin(), unit.delay_line_masks().end(), masks);
+    const DeviceModel::DelayLineMasks active = model.delay_line_masks();
+    std::copy(active.begin(), active.end(), masks);
   });
 }
 
 qx_status qx_set_dac_codes(qx_device* device, const uint16_t* codes) {
-  return on_unit(device, [&](Unit& unit) {
-    unit.set_threshold_codes(std::span<const std::uint16_t, zelk::timing::channel_count>(
+  return on_model(device, [&](DeviceModel& model) {
+    model.set_threshold_codes(std::span<const std::uint16_t, zelk::timing::channel_count>(
         required(codes, "codes"), zelk::timing::channel_count));
   });
 }
 
 qx_status qx_set_input_dead_time(qx_device* device, int64_t dead_time_ps, int64_t* applied_ps) {
-  return on_unit(device, [&](Unit& unit) {
+  return on_model(device, [&](DeviceModel& model) {
     required(applied_ps, "applied_ps");
-    *applied_ps = unit.set_dead_time(dead_time_ps);
+    *applied_ps = model.set_dead_time(dead_time_ps);
   });
 }
 
 qx_status qx_set_packed_delta_config(qx_device* device, uint8_t bits, uint16_t quantum_ps,
                                      uint8_t* accepted_bits, uint16_t* accepted_quantum_ps) {
-  return on_unit(device, [&](Unit& unit) {
+  return on_model(device, [&](DeviceModel& model) {
     required(accepted_bits, "accepted_bits");
     required(accepted_quantum_ps, "accepted_quantum_ps");
-    const auto accepted = unit.set_packed_delta(bits, quantum_ps);
+    const auto accepted = model.set_packed_delta(bits, quantum_ps);
     *accepted_bits = accepted.bits;
     *accepted_quantum_ps = accepted.quantum_ps;
   });
 }
 
 qx_status qx_set_stream_interface(qx_device* device, uint32_t transport, uint32_t format) {
-  return on_unit(device, [&](Unit& unit) { unit.set_stream_interface(transport, format); });
+  return on_model(device,
+                  [&](DeviceModel& model) { model.set_stream_interface(transport, format); });
 }
 
 qx_status qx_set_stream_channel_mask(qx_device* device, uint8_t mask) {
-  return on_unit(device, [&](Unit& unit) { unit.set_channel_mask(mask); });
+  return on_model(device, [&](DeviceModel& model) { model.set_channel_mask(mask); });
 }
 
 qx_status qx_set_calibration_freq(qx_device* device, double frequency_hz, uint32_t* divider) {
-  return on_unit(device, [&](Unit& unit) {
+  return on_model(device, [&](DeviceModel& model) {
     required(divider, "divider");
-    *divider = unit.set_calibration_frequency(frequency_hz);
+    *divider = model.set_calibration_frequency(frequency_hz);
   });
 }
 
 qx_status qx_enable_calibration_source(qx_device* device) {
-  return on_unit(device, [](Unit& unit) { unit.enable_calibration_source(true); });
+  return on_model(device, [](DeviceModel& model) { model.enable_calibration_source(true); });
 }
 
 qx_status qx_disable_calibration_source(qx_device* device) {
-  return on_unit(device, [](Unit& unit) { unit.enable_calibration_source(false); });
+  return on_model(device, [](DeviceModel& model) { model.enable_calibration_source(false); });
 }
 
 qx_status qx_start_stream_mode(qx_device* device, uint32_t mode, uint32_t flags) {
-  return on_unit(device, [&](Unit& unit) { unit.start_stream(mode, flags); });
+  return on_model(device, [&](DeviceModel& model) { model.start_stream(mode, flags); });
 }
 
-qx_status qx_stop_stream_mode(qx_device* device, bool /*flag*/) {
-  return on_unit(device, [](Unit& unit) { unit.stop_stream(); });
+qx_status qx_stop_stream_mode(qx_device* device, bool flag) {
+  return on_model(device, [&](DeviceModel& model) { model.stop_stream(flag); });
 }
 
 qx_status qx_read_stream_bytes(qx_device* device, uint8_t* buffer, size_t capacity,
                                size_t* received, int timeout) {
-  return on_unit(device, [&](Unit& unit) {
+  return on_model(device, [&](DeviceModel& model) {
     *required(received, "received") = 0;
     const std::span<std::uint8_t> room(required(buffer, "buffer"), capacity);
-    *received = unit.read_stream(room, std::chrono::milliseconds(std::max(timeout, 0)));
-    if (*received == 0 && capacity != 0) {
-      throw Failure(Status::timed_out, "read_stream_bytes: no data within the time-out");
-    }
+    *received = model.read_stream(room, std::chrono::milliseconds(std::max(timeout, 0)));
   });
 }

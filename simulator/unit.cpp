@@ -61,7 +61,7 @@ void Unit::expect_idle(const char* request) const {
   }
 }
 
-void Unit::load_calibration() const {
+void Unit::load_calibration(int /*flag*/) {
   expect_idle("load_calibration");
 }
 
@@ -158,7 +158,15 @@ std::size_t Unit::read_stream(std::span<std::uint8_t> buffer, std::chrono::milli
   if (!session_) {
     throw Failure(Status::not_streaming, "read_stream_bytes: start a stream first");
   }
-  return session_->read(buffer, timeout);
+  const std::size_t received = session_->read(buffer, timeout);
+  if (received == 0 && !buffer.empty()) {
+    throw Failure(Status::timed_out, "read_stream_bytes: no data within the time-out");
+  }
+  return received;
+}
+
+std::unique_ptr<DeviceModel> open_device_model(std::string_view port) {
+  return std::make_unique<Unit>(port);
 }
 
 }  // namespace zelk::simulator

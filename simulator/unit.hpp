@@ -12,6 +12,7 @@
 #include <span>
 #include <string_view>
 
+#include "simulator/device_model.hpp"
 #include "simulator/front_end.hpp"
 #include "simulator/reference_clock.hpp"
 #include "simulator/scenario.hpp"
@@ -24,47 +25,38 @@ namespace zelk::simulator {
 // Identity of the unit at `port`.
 qx_identity unit_identity(const DevicePort& port);
 
-// Parameters of the packed_delta format.
-struct PackedDeltaSettings {
-  std::uint8_t bits = 16;
-  std::uint16_t quantum_ps = 8;
-};
-
 // What the unit makes of a request: bits limited to 4 to 24, and the largest
 // power of two up to 1024 that does not exceed the quantum, at least 1.
 PackedDeltaSettings accepted_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps);
 
-class Unit {
+class Unit final : public DeviceModel {
  public:
   explicit Unit(std::string_view port);
 
-  [[nodiscard]] qx_identity identity() const { return unit_identity(port_); }
+  qx_identity identity() override { return unit_identity(port_); }
 
   // The simulated unit is always calibrated: this succeeds and changes nothing.
-  void load_calibration() const;
+  void load_calibration(int flag) override;
 
-  [[nodiscard]] qx_reference_clock reference_clock() const { return reference_clock_.status(); }
-  qx_reference_clock set_reference_clock(std::uint32_t source, std::uint32_t signal);
+  qx_reference_clock reference_clock() override { return reference_clock_.status(); }
+  qx_reference_clock set_reference_clock(std::uint32_t source, std::uint32_t signal) override;
 
   // Five bits a channel; the bits above them do not exist in the unit.
-  void set_delay_line_masks(std::span<const std::uint8_t, timing::channel_count> masks);
-  [[nodiscard]] const std::array<std::uint8_t, timing::channel_count>& delay_line_masks() const {
-    return front_end_.delay_line_masks;
-  }
+  void set_delay_line_masks(std::span<const std::uint8_t, timing::channel_count> masks) override;
+  DelayLineMasks delay_line_masks() override { return front_end_.delay_line_masks; }
 
-  void set_threshold_codes(std::span<const std::uint16_t, timing::channel_count> codes);
-  std::int64_t set_dead_time(std::int64_t requested_ps);  // returns the applied one
-  void set_channel_mask(std::uint8_t mask);
-  void set_stream_interface(std::uint32_t transport, std::uint32_t format);
-  PackedDeltaSettings set_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps);
-  std::uint32_t set_calibration_frequency(double frequency_hz);  // returns the divider
-  void enable_calibration_source(bool enabled);
+  void set_threshold_codes(std::span<const std::uint16_t, timing::channel_count> codes) override;
+  std::int64_t set_dead_time(std::int64_t requested_ps) override;
+  void set_channel_mask(std::uint8_t mask) override;
+  void set_stream_interface(std::uint32_t transport, std::uint32_t format) override;
+  PackedDeltaSettings set_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps) override;
+  std::uint32_t set_calibration_frequency(double frequency_hz) override;
+  void enable_calibration_source(bool enabled) override;
 
-  void start_stream(std::uint32_t mode, std::uint32_t flags);
-  void stop_stream() { session_.reset(); }
-
-  // See StreamSession::read().
-  std::size_t read_stream(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout);
+  void start_stream(std::uint32_t mode, std::uint32_t flags) override;
+  void stop_stream(bool /*flag*/) override { session_.reset(); }
+  std::size_t read_stream(std::span<std::uint8_t> buffer,
+                          std::chrono::milliseconds timeout) override;
 
  private:
   void expect_idle(const char* request) const;

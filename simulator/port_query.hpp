@@ -1,0 +1,34 @@
+// The key=value list behind the "?" of a port string. Any byte of a value may
+// be written as %XX.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zelk::simulator {
+
+// The text between quotation marks, for messages.
+std::string quoted(std::string_view text);
+
+// Whoever knows a key takes it; what is left in the end is unknown.
+class PortQuery {
+ public:
+  // Splits "key=value&key=value". Throws Failure for what is no such list, and
+  // for a key given twice.
+  explicit PortQuery(std::string_view text);
+
+  std::optional<std::string> take(std::string_view key);
+
+  // To be called after the last take(). Throws Failure for a key that is left.
+  void expect_empty() const;
+
+ private:
+  void add(std::string_view item);
+
+  std::vector<std::pair<std::string, std::string>> items_;
+};
+
+}  // namespace zelk::simulator
