@@ -10,8 +10,8 @@
 #include "timing/sorted_times.hpp"
 #include "timing/wrapping.hpp"
 
+using zelk::timing::magnitude;
 using zelk::timing::SortedTimes;
-using zelk::timing::wrap_abs;
 using zelk::timing::wrap_add;
 using zelk::timing::wrap_sub;
 using zelk::timing::XcorrHistogram;
@@ -47,6 +47,9 @@ bool ranks_before(const Ranked& left, const Ranked& right) {
 
 std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
                                  const std::vector<std::int64_t>& b, std::int64_t window) {
+  if (window < 0) {
+    return 0;  // also where the bounds would wrap around and change places
+  }
   std::uint64_t coincidences = 0;
   std::size_t next = 0;
   for (const std::int64_t x : a) {
@@ -85,9 +88,9 @@ OffsetEstimate estimate_offset(const std::vector<std::int64_t>& a,
     } else {
       const std::int64_t to_next = wrap_sub(*next, x);
       const std::int64_t to_previous = wrap_sub(*std::prev(next), x);
-      difference = wrap_abs(to_next) <= wrap_abs(to_previous) ? to_next : to_previous;
+      difference = magnitude(to_next) <= magnitude(to_previous) ? to_next : to_previous;
     }
-    if (wrap_abs(difference) <= window_ps) {
+    if (window_ps >= 0 && magnitude(difference) <= magnitude(window_ps)) {
       differences.push_back(difference);
     }
   }

@@ -23,8 +23,9 @@ struct OffsetEstimate {
   bool valid = false;  // some tag had a partner within the window
 };
 
-// Median of b - a over the nearest partners within `window_ps` of at most 4000
-// tags of `a`, evenly spread; for an even number the upper middle value.
+// Median of b - a over nearest partners that are within `window_ps`; for an
+// even number the upper middle value. Every tag of `a` is tried, or of n >= 8000
+// tags every (n / 4000)th, until 4000 differences are found.
 OffsetEstimate estimate_offset(const std::vector<std::int64_t>& a,
                                const std::vector<std::int64_t>& b, std::int64_t window_ps);
 

@@ -19,9 +19,10 @@ constexpr std::int64_t wrap_mul(std::int64_t a, std::int64_t b) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(b));
 }
 
-// The magnitude of `a`; the most negative value has none and stays itself.
-constexpr std::int64_t wrap_abs(std::int64_t a) {
-  return a < 0 ? wrap_sub(0, a) : a;
+// The distance from 0, which for the most negative value only an unsigned
+// number holds.
+constexpr std::uint64_t magnitude(std::int64_t a) {
+  return a < 0 ? 0 - static_cast<std::uint64_t>(a) : static_cast<std::uint64_t>(a);
 }
 
 }  // namespace zelk::timing
