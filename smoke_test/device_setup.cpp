@@ -165,6 +165,7 @@ std::string calibration_path_for(std::string_view serial) {
 std::uint16_t threshold_code(double threshold_v) {
   constexpr double volts_inverse = 0.25;  // full scale is 4 V
   const double fraction = std::clamp(threshold_v * volts_inverse, 0.0, 1.0);
+  // NOLINTNEXTLINE(bugprone-incorrect-roundings): never negative
   const auto steps = static_cast<std::uint32_t>(fraction * 65535.0 + 0.5);
   return static_cast<std::uint16_t>(steps + 0x8000);
 }

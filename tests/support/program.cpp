@@ -1,0 +1,236 @@
+#include "tests/support/program.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+namespace zelk::test_support {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void fail(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int number) : number_(number) {
+    if (number_ < 0) {
+      fail("descriptor");
+    }
+  }
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(number_, other.number_);
+    return *this;
+  }
+  ~Descriptor() { close(); }
+
+  [[nodiscard]] int get() const { return number_; }
+  void close() {
+    if (number_ >= 0) {
+      ::close(std::exchange(number_, -1));
+    }
+  }
+
+ private:
+  int number_ = -1;
+};
+
+// Our end to read and the program's end to write.
+struct Channel {
+  Descriptor ours;
+  Descriptor theirs;
+};
+
+Channel make_pipe() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    fail("pipe2");
+  }
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+// Raw mode: the bytes arrive as the program wrote them.
+Channel make_terminal() {
+  Descriptor ours(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (grantpt(ours.get()) != 0 || unlockpt(ours.get()) != 0) {
+    fail("pseudo-terminal");
+  }
+  Descriptor theirs(open(ptsname(ours.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  termios settings{};
+  tcgetattr(theirs.get(), &settings);
+  cfmakeraw(&settings);
+  tcsetattr(theirs.get(), TCSANOW, &settings);
+  return {std::move(ours), std::move(theirs)};
+}
+
+Channel make_output(Program::Output output) {
+  if (output == Program::Output::full_device) {
+    return {Descriptor(), Descriptor(open("/dev/full", O_WRONLY | O_CLOEXEC))};
+  }
+  Channel channel = make_pipe();
+  if (output == Program::Output::closed_pipe) {
+    channel.ours.close();
+  }
+  return channel;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) {
+    result.push_back(text.data());
+  }
+  result.push_back(nullptr);
+  return result;
+}
+
+// Between fork and exec only calls that are safe after a fork are made, so the
+// texts are laid out before.
+pid_t start(const Program& program, int output, int error) {
+  std::vector<std::string> arguments{program.file.string()};
+  arguments.insert(arguments.end(), program.arguments.begin(), program.arguments.end());
+  std::vector<std::string> environment;
+  for (const auto& [name, value] : program.environment) {
+    environment.push_back(name + "=" + value);
+  }
+  const std::vector<char*> argv = pointers(arguments);
+  const std::vector<char*> envp = pointers(environment);
+
+  const pid_t child = fork();
+  if (child < 0) {
+    fail("fork");
+  }
+  if (child > 0) {
+    return child;
+  }
+  signal(SIGINT, program.ignore_interrupt ? SIG_IGN : SIG_DFL);
+  signal(SIGTERM, SIG_DFL);
+  signal(SIGPIPE, SIG_DFL);
+  if (dup2(output, STDOUT_FILENO) < 0 || dup2(error, STDERR_FILENO) < 0 ||
+      (!program.directory.empty() && chdir(program.directory.c_str()) != 0)) {
+    _exit(126);
+  }
+  execve(argv.front(), argv.data(), envp.data());
+  _exit(127);
+}
+
+bool contains(const std::filesystem::path& file, const std::string& text) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string content{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  return content.find(text) != std::string::npos;
+}
+
+class Running {
+ public:
+  Running(const Program& program, pid_t child, Descriptor output, Descriptor error)
+      : program_(program), child_(child), output_(std::move(output)), error_(std::move(error)) {}
+
+  ProgramResult finish() {
+    int status = 0;
+    while (waitpid(child_, &status, WNOHANG) == 0) {
+      collect();
+      send_due_signals();
+      if (!result_.killed_by_watchdog && Clock::now() - started_ > program_.watchdog) {
+        result_.killed_by_watchdog = true;
+        kill(child_, SIGKILL);
+      }
+    }
+    result_.duration =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started_);
+    while (output_.get() >= 0 || error_.get() >= 0) {
+      collect();
+    }
+    if (WIFEXITED(status)) {
+      result_.exit_status = WEXITSTATUS(status);
+    } else if (WIFSIGNALED(status)) {
+      result_.ended_by_signal = WTERMSIG(status);
+    }
+    return std::move(result_);
+  }
+
+ private:
+  // Waits a moment for output and takes what is there.
+  void collect() {
+    constexpr int wait_ms = 2;
+    std::array<pollfd, 2> sources{pollfd{output_.get(), POLLIN, 0},
+                                  pollfd{error_.get(), POLLIN, 0}};
+    poll(sources.data(), sources.size(), wait_ms);
+    take(output_, sources[0].revents, result_.output);
+    take(error_, sources[1].revents, result_.error);
+  }
+
+  static void take(Descriptor& source, short events, std::string& text) {
+    if (events == 0) {
+      return;
+    }
+    std::array<char, 4096> buffer{};
+    // A terminal whose other end has gone reports an error instead of an end.
+    const ssize_t count = read(source.get(), buffer.data(), buffer.size());
+    if (count > 0) {
+      text.append(buffer.data(), static_cast<std::size_t>(count));
+    } else {
+      source.close();
+    }
+  }
+
+  void send_due_signals() {
+    if (signals_sent_ == program_.signals.size()) {
+      return;
+    }
+    const SignalPlan& plan = program_.signals[signals_sent_];
+    if (!condition_met_ && (plan.file.empty() || contains(plan.file, plan.text))) {
+      condition_met_ = Clock::now();
+    }
+    if (condition_met_ && Clock::now() - *condition_met_ >= plan.delay) {
+      kill(child_, plan.signal);
+      ++signals_sent_;
+      condition_met_.reset();
+    }
+  }
+
+  const Program& program_;
+  pid_t child_;
+  Descriptor output_;
+  Descriptor error_;
+  ProgramResult result_;
+  Clock::time_point started_ = Clock::now();
+  std::size_t signals_sent_ = 0;
+  std::optional<Clock::time_point> condition_met_;
+};
+
+}  // namespace
+
+ProgramResult run(const Program& program) {
+  Channel output = make_output(program.output);
+  Channel error = program.error_on_terminal ? make_terminal() : make_pipe();
+  const pid_t child = start(program, output.theirs.get(), error.theirs.get());
+  output.theirs.close();
+  error.theirs.close();
+  return Running(program, child, std::move(output.ours), std::move(error.ours)).finish();
+}
+
+std::map<std::string, std::string> sanitizer_environment() {
+  std::map<std::string, std::string> environment;
+  for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    if (const char* value = std::getenv(name); value != nullptr) {
+      environment[name] = value;
+    }
+  }
+  return environment;
+}
+
+}  // namespace zelk::test_support

@@ -1,0 +1,33 @@
+#include "timing/sorted_times.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using zelk::timing::SortedTimes;
+
+TEST(SortedTimes, BorrowsAListThatIsInOrder) {
+  const std::vector<std::int64_t> times{-4, 1, 1, 9};
+  const SortedTimes sorted(times);
+  EXPECT_EQ(sorted.get().data(), times.data());
+  EXPECT_EQ(sorted.get().size(), 4U);
+}
+
+TEST(SortedTimes, SortsACopyOfAnyOtherList) {
+  const std::vector<std::int64_t> times{5, -3, 5, 0, INT64_MIN, INT64_MAX, 1};
+  const SortedTimes sorted(times);
+  EXPECT_THAT(sorted.get(), ElementsAre(INT64_MIN, -3, 0, 1, 5, 5, INT64_MAX));
+  EXPECT_THAT(times, ElementsAre(5, -3, 5, 0, INT64_MIN, INT64_MAX, 1));
+}
+
+TEST(SortedTimes, HoldsNothingForAnEmptyList) {
+  const std::vector<std::int64_t> times;
+  EXPECT_TRUE(SortedTimes(times).get().empty());
+}
+
+}  // namespace
