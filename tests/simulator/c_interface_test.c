@@ -1,0 +1,251 @@
+/* Drives the whole C interface from a plain C program, as a host in C would.
+ * Says nothing on standard output unless something is wrong. */
+#include <float.h>
+#include <math.h>
+#include <stdbool.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "timing/c_api/zelk_timing.h"
+
+static int failures = 0;
+
+static void check_at(bool ok, const char* what, int line) {
+  if (!ok) {
+    ++failures;
+    fprintf(stderr, "line %d: %s\n", line, what);
+  }
+}
+
+#define CHECK(condition) check_at((condition), #condition, __LINE__)
+
+/* The last call failed and left a last error with `word` in it. */
+static bool says(const qx_device* device, const char* word) {
+  const char* text = qx_last_error(device);
+  return text != NULL && strstr(text, word) != NULL;
+}
+
+static bool has_no_error(const qx_device* device) {
+  const char* text = qx_last_error(device);
+  return text == NULL || text[0] == '\0';
+}
+
+static void check_null_pointers(void) {
+  qx_device* device = NULL;
+  uint8_t masks[4] = {0};
+  uint16_t codes[4] = {0};
+  int64_t applied = 0;
+  uint8_t bits = 0;
+  uint16_t quantum = 0;
+  uint32_t divider = 0;
+  uint8_t buffer[8];
+  size_t received = 0;
+  qx_identity identity;
+  qx_reference_clock clock;
+
+  CHECK(qx_discover(NULL) != 0);
+  CHECK(qx_discover_count(NULL) == 0);
+  CHECK(qx_discover_port(NULL, 0) == NULL);
+  CHECK(qx_discover_identity(NULL, 0) == NULL);
+  qx_discover_free(NULL);
+  CHECK(qx_open_serial(NULL, "ftdi://") != 0);
+  CHECK(qx_open_serial(&device, NULL) != 0 && device == NULL);
+  CHECK(qx_open(NULL, NULL, 1) != 0);
+  qx_close(NULL);
+  CHECK(qx_last_error(NULL) == NULL || qx_last_error(NULL)[0] == '\0');
+
+  CHECK(qx_identify(NULL, &identity) != 0);
+  CHECK(qx_load_calibration(NULL, 1) != 0);
+  CHECK(qx_get_reference_clock_status(NULL, &clock) != 0);
+  CHECK(qx_set_reference_clock(NULL, 1, 0, &clock) != 0);
+  CHECK(qx_set_tdl_active_masks(NULL, masks) != 0);
+  CHECK(qx_get_tdl_active_masks(NULL, masks) != 0);
+  CHECK(qx_set_dac_codes(NULL, codes) != 0);
+  CHECK(qx_set_input_dead_time(NULL, 0, &applied) != 0);
+  CHECK(qx_set_packed_delta_config(NULL, 16, 8, &bits, &quantum) != 0);
+  CHECK(qx_set_stream_interface(NULL, 1, 0) != 0);
+  CHECK(qx_set_stream_channel_mask(NULL, 1) != 0);
+  CHECK(qx_set_calibration_freq(NULL, 1e3, &divider) != 0);
+  CHECK(qx_enable_calibration_source(NULL) != 0);
+  CHECK(qx_disable_calibration_source(NULL) != 0);
+  CHECK(qx_start_stream_mode(NULL, 0, 0) != 0);
+  CHECK(qx_stop_stream_mode(NULL, true) != 0);
+  CHECK(qx_read_stream_bytes(NULL, buffer, sizeof buffer, &received, 0) != 0);
+
+  CHECK(qx_open_serial(&device, "ftdi://") == 0);
+  CHECK(qx_identify(device, NULL) != 0 && says(device, "identity"));
+  CHECK(qx_get_reference_clock_status(device, NULL) != 0 && says(device, "status"));
+  CHECK(qx_set_reference_clock(device, 1, 0, NULL) != 0 && says(device, "status"));
+  CHECK(qx_set_tdl_active_masks(device, NULL) != 0 && says(device, "masks"));
+  CHECK(qx_get_tdl_active_masks(device, NULL) != 0 && says(device, "masks"));
+  CHECK(qx_set_dac_codes(device, NULL) != 0 && says(device, "codes"));
+  CHECK(qx_set_input_dead_time(device, 0, NULL) != 0 && says(device, "applied_ps"));
+  CHECK(qx_set_packed_delta_config(device, 16, 8, NULL, &quantum) != 0 && says(device, "bits"));
+  CHECK(qx_set_packed_delta_config(device, 16, 8, &bits, NULL) != 0 && says(device, "quantum"));
+  CHECK(qx_set_calibration_freq(device, 1e3, NULL) != 0 && says(device, "divider"));
+  CHECK(qx_read_stream_bytes(device, NULL, 8, &received, 0) != 0 && says(device, "buffer"));
+  CHECK(qx_read_stream_bytes(device, buffer, 8, NULL, 0) != 0 && says(device, "received"));
+  qx_close(device);
+}
+
+static void check_discovery(void) {
+  qx_discovery* list = NULL;
+  CHECK(qx_discover(&list) == 0);
+  CHECK(qx_discover_count(list) == 1);
+  CHECK(qx_discover_port(list, 1) == NULL);
+  CHECK(qx_discover_identity(list, 1) == NULL);
+  const char* port = qx_discover_port(list, 0);
+  const qx_identity* identity = qx_discover_identity(list, 0);
+  CHECK(port != NULL && identity != NULL);
+
+  qx_device* device = NULL;
+  CHECK(qx_open(&device, port, 115200) == 0);
+  qx_identity own;
+  memset(&own, 0, sizeof own);
+  CHECK(sizeof own == 96);
+  CHECK(qx_identify(device, &own) == 0);
+  CHECK(identity != NULL && memcmp(identity, &own, sizeof own) == 0);
+  qx_close(device);
+  qx_discover_free(list);
+}
+
+static void check_failed_opens(void) {
+  static const struct {
+    const char* port;
+    const char* text;
+  } cases[] = {
+      {"", "no such unit"},
+      {"ftdi://elsewhere", "no such unit"},
+      {"sim://tags?file", "malformed port string"},
+      {"sim://nothing", "unknown scenario in port string"},
+      {"sim://tags?file=x&y=1", "unknown key in port string"},
+      {"sim://tags", "missing key in port string"},
+      {"sim://tags?file=x&pace=0", "value out of range in port string"},
+      {"sim://tags?file=/nonexistent/tags.csv", "cannot open the tag file"},
+      {"sim://tags?file=/", "cannot read the tag file"},
+      {"sim://tags?file=/dev/null", "malformed line in the tag file"},
+  };
+  for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+    qx_device* device = (qx_device*)&device;
+    const qx_status status = qx_open_serial(&device, cases[i].port);
+    check_at(status != 0 && device == NULL, cases[i].port, __LINE__);
+    check_at(strcmp(qx_status_string(status), cases[i].text) == 0, cases[i].text, __LINE__);
+  }
+  qx_device* device = NULL;
+  CHECK(qx_open(&device, "ftdi://", 0) != 0 && device == NULL);
+}
+
+static void check_settings(qx_device* device) {
+  CHECK(qx_load_calibration(device, 1) == 0);
+
+  qx_reference_clock clock;
+  memset(&clock, 0xFF, sizeof clock);
+  CHECK(qx_get_reference_clock_status(device, &clock) == 0);
+  CHECK(clock.requested == 1 && clock.active == 1 && clock.raw == 0);
+  CHECK(qx_set_reference_clock(device, 3, 0, &clock) != 0 && says(device, "3"));
+  CHECK(qx_set_reference_clock(device, 2, 1, &clock) == 0 && has_no_error(device));
+  CHECK(clock.requested == 2 && clock.active == 1 && clock.signal == 1);
+  CHECK(clock.fallback != 0 && clock.missing_warning != 0 && clock.external_present == 0);
+
+  const uint8_t masks[4] = {7, 0, 31, 255};
+  uint8_t read_back[4] = {0};
+  CHECK(qx_set_tdl_active_masks(device, masks) == 0);
+  CHECK(qx_get_tdl_active_masks(device, read_back) == 0);
+  CHECK(read_back[0] == 7 && read_back[1] == 0 && read_back[2] == 31 && read_back[3] == 31);
+
+  const uint16_t codes[4] = {0xC000, 0xC000, 0xC000, 0xC000};
+  CHECK(qx_set_dac_codes(device, codes) == 0);
+
+  int64_t applied = 77;
+  CHECK(qx_set_input_dead_time(device, 10000, &applied) == 0 && applied == 13332);
+  CHECK(qx_set_input_dead_time(device, -2, &applied) != 0 && says(device, "-2"));
+  CHECK(qx_set_input_dead_time(device, INT64_MAX, &applied) != 0 && says(device, "9223372036854"));
+  CHECK(qx_set_input_dead_time(device, 0, &applied) == 0 && applied == 0);
+
+  uint8_t bits = 0;
+  uint16_t quantum = 0;
+  CHECK(qx_set_packed_delta_config(device, 2, 100, &bits, &quantum) == 0);
+  CHECK(bits == 4 && quantum == 64);
+
+  CHECK(qx_set_stream_interface(device, 0, 0) == -4 && says(device, "uart"));
+  CHECK(qx_set_stream_interface(device, 1, 9) != 0 && says(device, "9"));
+  CHECK(qx_set_stream_interface(device, 1, 0) == 0 && has_no_error(device));
+  CHECK(qx_set_stream_channel_mask(device, 0x1F) != 0 && says(device, "31"));
+  CHECK(qx_set_stream_channel_mask(device, 0x05) == 0);
+
+  uint32_t divider = 0;
+  CHECK(qx_set_calibration_freq(device, NAN, &divider) != 0 && says(device, "nan"));
+  CHECK(qx_set_calibration_freq(device, -1.0, &divider) != 0 && says(device, "-1"));
+  CHECK(qx_set_calibration_freq(device, DBL_MAX, &divider) != 0 && says(device, "e+308"));
+  CHECK(qx_set_calibration_freq(device, 10000.0, &divider) == 0 && divider == 30003);
+}
+
+/* Reads until `wanted` bytes have come; false when a read fails. */
+static bool read_all(qx_device* device, uint8_t* bytes, size_t wanted) {
+  size_t have = 0;
+  while (have < wanted) {
+    size_t received = 0;
+    const qx_status status =
+        qx_read_stream_bytes(device, bytes + have, wanted - have, &received, 1000);
+    if (status != 0) {
+      return false;
+    }
+    have += received;
+  }
+  return true;
+}
+
+static void check_streaming(qx_device* device) {
+  uint8_t first[64];
+  uint8_t second[64];
+  size_t received = 99;
+
+  CHECK(qx_stop_stream_mode(device, true) == 0);
+  CHECK(qx_read_stream_bytes(device, first, sizeof first, &received, 1) != 0);
+  CHECK(received == 0 && says(device, "start a stream"));
+
+  CHECK(qx_disable_calibration_source(device) == 0);
+  CHECK(qx_start_stream_mode(device, 0, 0) == 0);
+  CHECK(qx_read_stream_bytes(device, first, sizeof first, &received, 5) == -3);
+  CHECK(strcmp(qx_status_string(-3), "timed out") == 0);
+  CHECK(qx_stop_stream_mode(device, false) == 0);
+
+  CHECK(qx_enable_calibration_source(device) == 0);
+  CHECK(qx_start_stream_mode(device, 5, 0) != 0 && says(device, "5"));
+  CHECK(qx_start_stream_mode(device, 0, 0) == 0);
+  CHECK(qx_start_stream_mode(device, 0, 0) != 0 && says(device, "stop the stream"));
+  CHECK(qx_set_stream_channel_mask(device, 1) != 0 && says(device, "stop the stream"));
+  CHECK(read_all(device, first, sizeof first));
+  CHECK(has_no_error(device));
+  CHECK(qx_read_stream_bytes(device, second, 0, &received, 1000) == 0 && received == 0);
+  CHECK(qx_stop_stream_mode(device, true) == 0);
+  CHECK(qx_stop_stream_mode(device, true) == 0);
+
+  /* A second run begins anew. Channels 0 and 2 are on: bits 62..61. */
+  CHECK(qx_start_stream_mode(device, 0, 0) == 0);
+  CHECK(read_all(device, second, sizeof second));
+  CHECK(memcmp(first, second, sizeof first) == 0);
+  for (size_t i = 0; i < sizeof first; i += 8) {
+    CHECK((first[i] & 0x60) == 0x00 || (first[i] & 0x60) == 0x40);
+    CHECK((first[i] & 0x9F) == 0x14);
+  }
+}
+
+int main(void) {
+  check_null_pointers();
+  check_discovery();
+  check_failed_opens();
+
+  qx_device* device = NULL;
+  CHECK(qx_open_serial(&device, "ftdi://") == 0 && device != NULL);
+  if (device != NULL) {
+    check_settings(device);
+    check_streaming(device);
+    qx_close(device); /* while streaming */
+  }
+  for (qx_status status = -300; status <= 300; ++status) {
+    CHECK(qx_status_string(status) != NULL && qx_status_string(status)[0] != '\0');
+  }
+  return failures == 0 ? 0 : 1;
+}

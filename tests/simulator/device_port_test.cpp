@@ -1,0 +1,68 @@
+#include "simulator/device_port.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/simulator/expect_failure.hpp"
+
+namespace zelk::simulator {
+namespace {
+
+void expect_refused(const std::string& port, Status status) {
+  SCOPED_TRACE(port);
+  failure_text(status, [&] { parse_device_port(port); });
+}
+
+TEST(DevicePort, BareSchemeAndDiscoveredPortNameTheDefaultUnit) {
+  EXPECT_EQ(parse_device_port("ftdi://").scenario, ScenarioKind::default_unit);
+  EXPECT_EQ(parse_device_port("ftdi://ZK4-0001").scenario, ScenarioKind::default_unit);
+}
+
+TEST(DevicePort, AnythingElseOutsideTheScenariosIsNoUnit) {
+  expect_refused("", Status::no_such_unit);
+  expect_refused("ftdi://ZK4-0002", Status::no_such_unit);
+  expect_refused("ftdi:/", Status::no_such_unit);
+  expect_refused("FTDI://", Status::no_such_unit);
+  expect_refused("/dev/ttyUSB0", Status::no_such_unit);
+  expect_refused(" ftdi://", Status::no_such_unit);
+}
+
+TEST(DevicePort, TagsTakesAFileAndAPace) {
+  const DevicePort real = parse_device_port("sim://tags?file=a/b.csv");
+  EXPECT_EQ(real.scenario, ScenarioKind::tags);
+  EXPECT_EQ(real.tag_file, "a/b.csv");
+  EXPECT_EQ(real.pace, Pace::real_time);
+  EXPECT_EQ(parse_device_port("sim://tags?pace=max&file=x").pace, Pace::as_read);
+  EXPECT_EQ(parse_device_port("sim://tags?file=x&pace=real").pace, Pace::real_time);
+}
+
+TEST(DevicePort, PercentSignsStandForAnyByteButNul) {
+  EXPECT_EQ(parse_device_port("sim://tags?file=a%26b%3Dc%25%2f%2F").tag_file, "a&b=c%//");
+  EXPECT_EQ(parse_device_port("sim://tags?file=a=b?c").tag_file, "a=b?c");
+  expect_refused("sim://tags?file=a%", Status::malformed_port);
+  expect_refused("sim://tags?file=a%2", Status::malformed_port);
+  expect_refused("sim://tags?file=a%2G", Status::malformed_port);
+  expect_refused("sim://tags?file=a%-1", Status::malformed_port);
+  expect_refused("sim://tags?file=a%2&pace=max", Status::malformed_port);
+  expect_refused("sim://tags?file=a%00b", Status::malformed_port);
+}
+
+TEST(DevicePort, EveryMistakeHasItsOwnStatus) {
+  expect_refused("sim://", Status::unknown_scenario);
+  expect_refused("sim://tag?file=x", Status::unknown_scenario);
+  expect_refused("sim://tags/?file=x", Status::unknown_scenario);
+  expect_refused("sim://tags", Status::missing_port_key);
+  expect_refused("sim://tags?", Status::missing_port_key);
+  expect_refused("sim://tags?pace=max", Status::missing_port_key);
+  expect_refused("sim://tags?file=x&speed=2", Status::unknown_port_key);
+  expect_refused("sim://tags?file=x&pace=fast", Status::port_value_out_of_range);
+  expect_refused("sim://tags?file=x&pace=", Status::port_value_out_of_range);
+  expect_refused("sim://tags?file=x&file=y", Status::repeated_port_key);
+  expect_refused("sim://tags?file", Status::malformed_port);
+  expect_refused("sim://tags?=x", Status::malformed_port);
+  expect_refused("sim://tags?file=x&&pace=max", Status::malformed_port);
+}
+
+}  // namespace
+}  // namespace zelk::simulator
