@@ -8,6 +8,7 @@
 
 #include "smoke_test/active_stream.hpp"
 #include "smoke_test/analysis.hpp"
+#include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/device_setup.hpp"
@@ -28,6 +29,23 @@ Config parse_arguments(const std::vector<std::string_view>& arguments) {
   return config;
 }
 
+int report_capture(const Config& config, const DeviceSettings& settings, const Capture& capture) {
+  const auto& times_ps = capture.statistics.times_ps();
+  const auto& times_a = times_ps[static_cast<std::size_t>(config.channel_a)];
+  const auto& times_b = times_ps[static_cast<std::size_t>(config.channel_b)];
+  const PairAnalysis pair = analyse_pair(times_a, times_b, config.coincidence_window_ps);
+  print_report(config, settings, capture.statistics, pair, capture.reader_dropped);
+  finish_report();
+  return verdict(times_a.size(), times_b.size(), pair.coincidences, capture.interrupting_signal);
+}
+
+int report_byte_probe(const Config& config, const DeviceSettings& settings,
+                      const ByteProbe& probe) {
+  print_byte_probe(config, settings.identity, probe);
+  finish_report();
+  return byte_probe_verdict(probe.payload_bytes, probe.interrupting_signal);
+}
+
 int run_smoke_test(const Config& config) {
   Watchdog watchdog;
   watchdog.kick(Watchdog::set_up_limit);
@@ -35,20 +53,20 @@ int run_smoke_test(const Config& config) {
   const DeviceSettings settings = set_up_device(device, config);
   start_stream(device, config);
   ActiveStream stream(device);
+  const zelk::timing::StreamFileHeader header = stream_header(config, settings);
 
-  const Capture capture =
-      capture_tags(device, stream, config, stream_header(config, settings), watchdog);
-  watchdog.rest();
-
-  const auto& times_ps = capture.statistics.times_ps();
-  const auto& times_a = times_ps[static_cast<std::size_t>(config.channel_a)];
-  const auto& times_b = times_ps[static_cast<std::size_t>(config.channel_b)];
-  const PairAnalysis pair = analyse_pair(times_a, times_b, config.coincidence_window_ps);
-
-  print_report(config, settings, capture.statistics, pair, capture.reader_dropped);
-  finish_report();
-  watchdog.kick(Watchdog::streaming_limit);
-  return verdict(times_a.size(), times_b.size(), pair.coincidences, capture.interrupting_signal);
+  int status = exit_failure;
+  if (config.byte_probe) {
+    const ByteProbe probe = probe_bytes(device, stream, config, header, watchdog);
+    watchdog.rest();
+    status = report_byte_probe(config, settings, probe);
+  } else {
+    const Capture capture = capture_tags(device, stream, config, header, watchdog);
+    watchdog.rest();
+    status = report_capture(config, settings, capture);
+  }
+  watchdog.kick(Watchdog::streaming_limit);  // over the closing of the device
+  return status;
 }
 
 int run(const std::vector<std::string_view>& arguments) {

@@ -169,6 +169,19 @@ void print_report(const Config& config, const DeviceSettings& settings,
   print_bins(statistics.bins());
 }
 
+void print_byte_probe(const Config& config, const zelk::timing::Identity& identity,
+                      const ByteProbe& probe) {
+  print_device_and_stream(config, identity);
+  std::cout << "byte_probe_payload_bytes=" << probe.payload_bytes << '\n'
+            << "byte_probe_nonzero_bytes=" << probe.nonzero_bytes << '\n'
+            << "byte_probe_first_nonzero_offset=" << probe.first_nonzero_offset << '\n'
+            << "byte_probe_first_bytes=" << bytes_to_hex(probe.first_bytes) << '\n'
+            << "byte_probe_decoded_total=" << probe.decoded_total << '\n';
+  for (std::size_t channel = 0; channel < probe.decoded.size(); ++channel) {
+    std::cout << "byte_probe_ch" << channel << '=' << probe.decoded[channel] << '\n';
+  }
+}
+
 void finish_report() {
   if (!std::cout.flush()) {
     throw std::runtime_error("cannot write the report to standard output");

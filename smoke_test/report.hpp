@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "smoke_test/analysis.hpp"
+#include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/device_setup.hpp"
@@ -37,6 +38,10 @@ void print_mod_stats(const std::array<std::vector<std::int64_t>, 4>& per_channel
 void print_report(const Config& config, const DeviceSettings& settings,
                   const CaptureStatistics& statistics, const PairAnalysis& pair,
                   std::uint64_t reader_dropped);
+
+// The whole report of a byte probe.
+void print_byte_probe(const Config& config, const zelk::timing::Identity& identity,
+                      const ByteProbe& probe);
 
 // Brings everything printed to its destination. Throws std::runtime_error when
 // any of it could not be written.

@@ -19,3 +19,11 @@ constexpr int verdict(std::size_t tags_a, std::size_t tags_b, std::uint64_t coin
   }
   return tags_a != 0 && tags_b != 0 && coincidences != 0 ? exit_success : exit_no_coincidences;
 }
+
+// The same for a byte probe: any byte at all, even 0x00, is a sign of life.
+constexpr int byte_probe_verdict(std::uint64_t payload_bytes, int signal) {
+  if (signal != 0) {
+    return exit_signal_base + signal;
+  }
+  return payload_bytes != 0 ? exit_success : exit_no_bytes;
+}
