@@ -119,11 +119,11 @@ void print_ref_status(const zelk::timing::ReferenceClockStatus& status, const ch
             << "_external_locked=" << flag(status.external_locked) << ' ' << prefix
             << "_fallback=" << flag(status.fallback) << ' '  //
             << prefix << "_missing_warning=" << flag(status.missing_warning) << ' ' << prefix
-            << "_raw=0x" << std::hex << status.raw << std::dec << '\n';
+            << "_raw=0x" << std::hex << status.raw << std::dec << std::endl;
 }
 
 void print_ref_unavailable() {
-  std::cout << "reference_clock_control=unavailable; fixed_internal_clock_assumed=1\n";
+  std::cout << "reference_clock_control=unavailable; fixed_internal_clock_assumed=1" << std::endl;
 }
 
 std::string bytes_to_hex(const std::vector<std::uint8_t>& bytes) {

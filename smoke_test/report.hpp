@@ -17,7 +17,8 @@
 #include "timing/reference_clock.hpp"
 
 // One line with the state of the reference clock, each key beginning with
-// `prefix`. A null prefix puts standard output into its bad state.
+// `prefix`; written out at once, since it may be all that a run gets to say. A
+// null prefix puts standard output into its bad state.
 void print_ref_status(const zelk::timing::ReferenceClockStatus& status, const char* prefix);
 
 // The line that stands in for it on a unit whose reference clock cannot be
