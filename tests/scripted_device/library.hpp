@@ -37,7 +37,7 @@ class Library {
   // The next status of this function; takes it off the script.
   qx_status next_status(const std::string& function);
 
-  // Logs a call; a null-terminated note on a bad handle and on a concurrent
+  // Logs a call; a note on a bad handle and on a concurrent
   // read is added.
   void log(const qx_device* device, const std::string& line);
   void log(const std::string& line);

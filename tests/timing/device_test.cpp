@@ -192,6 +192,8 @@ TEST(Move, MovedFromDeviceClosesNothing) {
     EXPECT_TRUE(second.owns);
     EXPECT_EQ(second.stream_mode, 1);
     EXPECT_EQ(second.fine_lut[3].size(), 8192u);
+    EXPECT_EQ(first.handle, nullptr);  // NOLINT(bugprone-use-after-move): what it is about
+    EXPECT_FALSE(first.owns);
   }
   EXPECT_THAT(scripted_device::calls(),
               ElementsAre("qx_open_serial port=ftdi:// -> 0", "qx_close"));

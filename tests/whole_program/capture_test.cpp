@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/timing/packed_stream_builder.hpp"
 #include "tests/whole_program/tag_streams.hpp"
 
 namespace zelk::test_support {
@@ -131,6 +132,27 @@ TEST(Capture, Delta32IsDecodedInEitherMode) {
                    .bins = {"ch0=2 ch1=1 ch2=0 ch3=0"}},
                   3);
   }
+}
+
+// Asked for 16 bits of 8 ps, the device takes 18 bits of 4 ps: a sync at 1000
+// ticks, then 21 tags 250 ticks apart.
+TEST(Capture, PackedDeltaIsDecodedWithThePairThatTheDeviceAccepted) {
+  PackedStreamBuilder stream(18);
+  stream.synced_tag(2, 1000, 250).tags(2, 20, 250);
+  expect_report(
+      run_smoke_test(Script{.accepted_packed = {{18, 4}}, .reads = {{.bytes = stream.bytes()}}},
+                     {"mode=external", "channel_mask=4", capture}),
+      {.port = "ftdi:// transport=usb format=packed_delta mode=external",
+       .tags_total = "21",
+       .counts = {"0", "0", "21", "0"},
+       .min_dt = "0,0,1000,0",
+       .below_10ns = "0,0,20,0",
+       .below_100ns = "0,0,20,0",
+       .below_500ns = "0,0,20,0",
+       .below_900ns = "0,0,20,0",
+       .residues = {{{}, {}, {"21", "0", "1:1,2:1,334:1,335:1,668:1,669:1,1001:1,1002:1"}, {}}},
+       .bins = {"ch0=0 ch1=0 ch2=21 ch3=0"}},
+      3);
 }
 
 TEST(Capture, RecordSplitOverReadsAndNoiseBeforeItAreNoLoss) {
