@@ -1,11 +1,14 @@
 #include "simulator/encoder_for.hpp"
 
 #include "simulator/delta32_encoder.hpp"
+#include "simulator/packed_delta_encoder.hpp"
 #include "simulator/raw64_encoder.hpp"
 
 namespace zelk::simulator {
 
-std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::StreamMode mode) {
+std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::StreamMode mode,
+                                           const PackedDeltaSettings& packed_delta,
+                                           std::uint32_t start_bits) {
   switch (format) {
     case timing::Format::raw64:
       if (mode == timing::StreamMode::internal) {
@@ -15,7 +18,8 @@ std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::Stream
     case timing::Format::delta32:
       return std::make_unique<Delta32Encoder>();
     case timing::Format::packed_delta:
-      break;
+      return std::make_unique<PackedDeltaEncoder>(packed_delta.bits, packed_delta.quantum_ps,
+                                                  start_bits);
   }
   return nullptr;
 }

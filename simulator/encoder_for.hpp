@@ -1,16 +1,21 @@
 // Which encoder a stream gets.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
+#include "simulator/device_model.hpp"
 #include "simulator/stream_encoder.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
 
 // A fresh encoder for a stream of `format` in `mode`: raw64 has its coarse and
-// fine layout in the internal mode. Null for packed_delta, which this unit can
-// be set up for and whose stream carries no bytes.
-std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::StreamMode mode);
+// fine layout in the internal mode. `packed_delta` and `start_bits`, the number
+// of bits that are missing at the front of the stream, count for that format
+// alone. Null for a format that does not exist.
+std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::StreamMode mode,
+                                           const PackedDeltaSettings& packed_delta = {},
+                                           std::uint32_t start_bits = 0);
 
 }  // namespace zelk::simulator

@@ -20,6 +20,10 @@ class StreamEncoder {
   // Appends the bytes that say `tag`. A channel's times rise from call to
   // call; all times lie in [0, 2^62).
   virtual void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) = 0;
+
+  // Called when no further tag is at hand: completes the last byte, so that the
+  // last tag need not wait for the next.
+  virtual void flush(std::vector<std::uint8_t>& /*bytes*/) {}
 };
 
 // Appends `word`, most significant byte first.

@@ -35,6 +35,7 @@ void StreamSession::fill(std::size_t wanted_bytes, Clock::time_point deadline) {
   while (bytes_.size() < wanted_bytes) {
     const Event* const event = source_->peek();
     if (event == nullptr || event->time_ps >= visible_before_ps) {
+      encoder_->flush(bytes_);
       return;
     }
     if (front_end_.detect(*event, tag)) {

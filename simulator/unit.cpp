@@ -151,7 +151,8 @@ void Unit::start_stream(std::uint32_t mode, std::uint32_t flags) {
     throw Failure(Status::out_of_range, "stream flags " + number(flags) + ": only 0 is known");
   }
   const auto stream_mode = static_cast<timing::StreamMode>(mode);
-  session_.emplace(signal_for(stream_mode), front_end_, encoder_for(format_, stream_mode));
+  session_.emplace(signal_for(stream_mode), front_end_,
+                   encoder_for(format_, stream_mode, packed_delta_, port_.start_bits));
 }
 
 std::size_t Unit::read_stream(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout) {

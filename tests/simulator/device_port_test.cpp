@@ -48,6 +48,21 @@ TEST(DevicePort, PercentSignsStandForAnyByteButNul) {
   expect_refused("sim://tags?file=a%00b", Status::malformed_port);
 }
 
+TEST(DevicePort, EveryPortTakesTheBitsMissingAtTheStart) {
+  EXPECT_EQ(parse_device_port("sim://tags?file=x").start_bits, 0U);
+  EXPECT_EQ(parse_device_port("sim://tags?start_bits=7&file=x").start_bits, 7U);
+  EXPECT_EQ(parse_device_port("sim://tags?file=x&start_bits=1000000").start_bits, 1'000'000U);
+  EXPECT_EQ(parse_device_port("ftdi://?start_bits=0").start_bits, 0U);
+  const DevicePort unit = parse_device_port("ftdi://ZK4-0001?start_bits=12");
+  EXPECT_EQ(unit.start_bits, 12U);
+  EXPECT_EQ(unit.scenario, ScenarioKind::default_unit);
+  for (const char* const bits :
+       {"1000001", "-1", "+1", "", " 1", "1 ", "0x1", "4294967297", "99999999999999999999"}) {
+    expect_refused(std::string("sim://tags?file=x&start_bits=") + bits,
+                   Status::port_value_out_of_range);
+  }
+}
+
 TEST(DevicePort, EveryMistakeHasItsOwnStatus) {
   expect_refused("sim://", Status::unknown_scenario);
   expect_refused("sim://tag?file=x", Status::unknown_scenario);
@@ -56,6 +71,9 @@ TEST(DevicePort, EveryMistakeHasItsOwnStatus) {
   expect_refused("sim://tags?", Status::missing_port_key);
   expect_refused("sim://tags?pace=max", Status::missing_port_key);
   expect_refused("sim://tags?file=x&speed=2", Status::unknown_port_key);
+  expect_refused("ftdi://?pace=max", Status::unknown_port_key);
+  expect_refused("ftdi://ZK4-0002?start_bits=7", Status::no_such_unit);
+  expect_refused("ftdi://start_bits=7", Status::no_such_unit);
   expect_refused("sim://tags?file=x&pace=fast", Status::port_value_out_of_range);
   expect_refused("sim://tags?file=x&pace=", Status::port_value_out_of_range);
   expect_refused("sim://tags?file=x&file=y", Status::repeated_port_key);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "simulator/delta32_encoder.hpp"
+#include "simulator/packed_delta_encoder.hpp"
 #include "simulator/raw64_encoder.hpp"
+#include "tests/simulator/packed_streams.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -25,6 +27,27 @@ TEST(EncoderFor, Raw64HasItsCoarseFineLayoutInTheInternalMode) {
 TEST(EncoderFor, Delta32IsTheSameInBothModes) {
   EXPECT_TRUE(makes<Delta32Encoder>(Format::delta32, StreamMode::internal));
   EXPECT_TRUE(makes<Delta32Encoder>(Format::delta32, StreamMode::external));
+}
+
+TEST(EncoderFor, PackedDeltaIsTheSameInBothModes) {
+  EXPECT_TRUE(makes<PackedDeltaEncoder>(Format::packed_delta, StreamMode::internal));
+  EXPECT_TRUE(makes<PackedDeltaEncoder>(Format::packed_delta, StreamMode::external));
+}
+
+TEST(EncoderFor, PackedDeltaGetsItsParameters) {
+  const TagList tags{{0, 1'000'000}, {0, 1'000'640}, {0, 1'001'600}};
+  ByteList bytes;
+  const auto encoder =
+      encoder_for(Format::packed_delta, StreamMode::external, {.bits = 5, .quantum_ps = 32}, 3);
+  for (const timing::TimeTag& tag : tags) {
+    encoder->append(tag, bytes);
+  }
+  EXPECT_EQ(bytes, packed_bytes({.bits = 5, .quantum_ps = 32}, tags, 3));
+  EXPECT_NE(bytes, packed_bytes({}, tags));
+}
+
+TEST(EncoderFor, AFormatThatDoesNotExistHasNone) {
+  EXPECT_EQ(encoder_for(static_cast<Format>(3), StreamMode::external), nullptr);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/simulator/expect_failure.hpp"
+#include "tests/simulator/packed_streams.hpp"
 #include "tests/simulator/round_trip.hpp"
 #include "tests/support/temporary_directory.hpp"
 
@@ -155,18 +156,33 @@ TEST(Unit, InternalModeGivesCalibrationPulsesAtTheDividedClock) {
   }
 }
 
+TEST(Unit, PackedDeltaCarriesTheCalibrationPulses) {
+  Unit unit("ftdi://?start_bits=1001");
+  unit.set_stream_interface(usb, 2);
+  unit.set_calibration_frequency(100e3);
+  unit.enable_calibration_source(true);
+  unit.start_stream(internal_mode, 0);
+  // Enough for three sets of syncs.
+  const TagList tags = host_tags({.mode = StreamMode::internal}, read_bytes(unit, 30'000));
+  ASSERT_GT(tags.size(), 1000U);
+  std::array<std::int64_t, 4> last_ps{};
+  for (const TimeTag& tag : tags) {
+    std::int64_t& last = last_ps[tag.channel];
+    if (last != 0) {
+      EXPECT_NEAR(static_cast<double>(tag.timestamp_ps - last), 3000 * 3333, 2 * 14 + 8);
+    }
+    last = tag.timestamp_ps;
+  }
+  for (const std::int64_t last : last_ps) {
+    EXPECT_GT(last, 10'000'000'000);
+  }
+}
+
 TEST(Unit, AThresholdAboveThePulsesSilencesThem) {
   Unit unit("ftdi://");
   unit.set_threshold_codes(std::array<std::uint16_t, 4>{0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF});  // 4 V
   unit.enable_calibration_source(true);
   unit.start_stream(internal_mode, 0);
-  EXPECT_TRUE(read_bytes(unit, 1).empty());
-}
-
-TEST(Unit, PackedDeltaCarriesNoBytes) {
-  Unit unit("ftdi://");
-  unit.set_stream_interface(usb, 2);
-  unit.start_stream(external_mode, 0);
   EXPECT_TRUE(read_bytes(unit, 1).empty());
 }
 
@@ -194,6 +210,35 @@ TEST_F(RecordedUnit, EveryRunPlaysTheFileFromItsStart) {
         decoded(read_bytes(unit, 1000), format, StreamMode::external),
         (std::vector<TimeTag>{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}}));
     unit.stop_stream(true);
+  }
+}
+
+TEST_F(RecordedUnit, PackedDeltaHasTheAcceptedParameters) {
+  Unit unit(port());
+  unit.set_stream_interface(usb, 2);
+  unit.start_stream(external_mode, 0);
+  const TagList tags{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}};
+  EXPECT_EQ(read_bytes(unit, 1000), flushed_bytes({.bits = 16, .quantum_ps = 8}, tags));
+  unit.stop_stream(true);
+  unit.set_packed_delta(2, 100);
+  unit.start_stream(external_mode, 0);
+  EXPECT_EQ(read_bytes(unit, 1000), flushed_bytes({.bits = 4, .quantum_ps = 64}, tags));
+}
+
+TEST_F(RecordedUnit, BitsAreMissingAtTheStartOfEachPackedDeltaStreamOnly) {
+  Unit unit(port() + "&start_bits=20");
+  const TagList tags{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}};
+  for (int run = 0; run < 2; ++run) {
+    unit.set_stream_interface(usb, 2);
+    unit.start_stream(external_mode, 0);
+    EXPECT_EQ(read_bytes(unit, 1000), flushed_bytes({}, tags, 20));
+    unit.stop_stream(true);
+    for (const Format format : {Format::raw64, Format::delta32}) {
+      unit.set_stream_interface(usb, static_cast<std::uint32_t>(format));
+      unit.start_stream(external_mode, 0);
+      EXPECT_EQ(decoded(read_bytes(unit, 1000), format, StreamMode::external).size(), 6U);
+      unit.stop_stream(true);
+    }
   }
 }
 
