@@ -20,8 +20,8 @@
 // would read it (PackedReading), and only what comes out right is sent. With s
 // for the step between two tags of one channel:
 //
-// - s <= g and s < period / 2: a sync always says it. So do deltas of steps
-//   inside one 10 ms slot.
+// - s < period / 2, with quanta of 1, 2 and 4 ps also s <= g: a sync always
+//   says it. All steps inside one 10 ms slot are of this kind.
 // - s that goes beyond g, or beyond the end of a period, by less than a tag's
 //   payload: a sync of an earlier time, and the rest in the tag behind it.
 // - Other long steps: a sync when no end of a period lies between; otherwise a

@@ -178,29 +178,6 @@ TEST(PackedDeltaEncoder, LongSilencesAreDeltasOfSeveralOverflowRecords) {
                   record(20, 0, 1, 1'048'574) + record(20, 0, 1, 12) + record(20, 0, 0, 9));
 }
 
-TEST(PackedDeltaEncoder, FlushFillsTheLastByteWithOverflowsOfZero) {
-  const auto flushed = [](const PackedStream& stream, const TagList& tags) {
-    return bits_of(flushed_bytes(stream, tags));
-  };
-  // 8 records of 11 bits for the first tag, 1 for the second: 3 bits wait,
-  // which seven more records turn into whole bytes.
-  std::string expected = sync(8, 2, 5) + record(8, 2, 0, 0);
-  EXPECT_EQ(flushed({.bits = 8, .quantum_ps = 1}, {{2, 5}}), expected);
-  expected += record(8, 2, 0, 1);
-  for (int i = 0; i < 7; ++i) {
-    expected += "10100000000";
-  }
-  EXPECT_EQ(flushed({.bits = 8, .quantum_ps = 1}, {{2, 5}, {2, 6}}), expected);
-  // With one payload bit, 43 records of 4 bits for the first tag.
-  EXPECT_EQ(flushed({.bits = 1, .quantum_ps = 1}, {{3, 0}}), sync(1, 3, 0) + "1100" + "1110");
-}
-
-TEST(PackedDeltaEncoder, FlushLeavesABitThatNoRecordsComplete) {
-  // Records of 16 bits, joined 3 bits late.
-  const PackedStream stream{.bits = 13, .quantum_ps = 8};
-  EXPECT_EQ(flushed_bytes(stream, {{1, 100}}, 3), packed_bytes(stream, {{1, 100}}, 3));
-}
-
 TEST(PackedDeltaEncoder, BitsMissingAtTheStartLeaveTheRestAsItIs) {
   const PackedStream stream{.bits = 13, .quantum_ps = 8};
   TagList tags;

@@ -35,9 +35,11 @@ std::int64_t excess_ps(int quantum_ps) {
   }
 }
 
-// Any step up to this goes out whatever the payload.
+// Any step up to this goes out whatever the payload. Only syncs that repeat
+// within an epoch are searched for the excess.
 std::int64_t sure_step_ps(int quantum_ps) {
-  return std::min(excess_ps(quantum_ps), period_ps(quantum_ps) / 2 - quantum_ps);
+  const std::int64_t half_ps = period_ps(quantum_ps) / 2 - quantum_ps;
+  return quantum_ps < 8 ? std::min(excess_ps(quantum_ps), half_ps) : half_ps;
 }
 
 TagList random_tags(const PackedStream& stream, std::int64_t end_ps, std::int64_t largest_step_ps) {
@@ -252,6 +254,16 @@ TEST(PackedDeltaRoundTrip, ASilenceThatNothingSaysPutsTheChannelWholePeriodsEarl
                                                                     {0, 4'000'000'000'000},
                                                                     {0, 4'000'000'000'001}}),
       (TagList{{0, 0}, {0, 1'500'000'000'000}, {0, 1'800'976'744'448}, {0, 1'800'976'744'449}}));
+}
+
+TEST(PackedDeltaRoundTrip, ADeltaTakesNoMoreThanItsOverflowRecords) {
+  const PackedStream stream{.bits = 14, .quantum_ps = 1, .mask = 0x1};
+  // 8192 * (2^14 - 2) * 2^14 and the largest payload; a sync of the tick behind
+  // that, 2^41 ps less, would lie before the first tag.
+  const timing::TimeTag first{0, 1'500'000'000'000};
+  const timing::TimeTag last{0, first.timestamp_ps + 2'198'754'820'096 + 16'383};
+  EXPECT_EQ(packed_round_trip(stream, {first, last}), (TagList{first, last}));
+  EXPECT_EQ(packed_round_trip(stream, {first, {0, last.timestamp_ps + 1}}), (TagList{first}));
 }
 
 // With 14 bits at 1 ps a delta says 2.2 s, with the excess 1.1 s less.
