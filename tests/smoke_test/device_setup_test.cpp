@@ -5,13 +5,13 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "tests/scripted_device/scripted_device.hpp"
 #include "tests/support/cout_capture.hpp"
+#include "tests/support/error_of.hpp"
 #include "timing/error.hpp"
 
 namespace {
@@ -23,6 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using zelk::test_support::CoutCapture;
+using zelk::test_support::error_of;
 using zelk::timing::Device;
 using zelk::timing::Error;
 using zelk::timing::Format;
@@ -50,16 +51,6 @@ SetUpRun set_up(const Script& script, const Config& config) {
   result.calls = scripted_device::calls();
   result.calls.erase(result.calls.begin());
   return result;
-}
-
-Error error_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no error was thrown";
-  return {"none", 0};
 }
 
 TEST(DeviceSetUp, DefaultsMakeTheseCallsInThisOrder) {

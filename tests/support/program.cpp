@@ -136,8 +136,13 @@ bool contains(const std::filesystem::path& file, const std::string& text) {
 
 class Running {
  public:
-  Running(const Program& program, pid_t child, Descriptor output, Descriptor error)
-      : program_(program), child_(child), output_(std::move(output)), error_(std::move(error)) {}
+  Running(const Program& program, Clock::time_point started, pid_t child, Descriptor output,
+          Descriptor error)
+      : program_(program),
+        started_(started),
+        child_(child),
+        output_(std::move(output)),
+        error_(std::move(error)) {}
 
   ProgramResult finish() {
     int status = 0;
@@ -203,11 +208,11 @@ class Running {
   }
 
   const Program& program_;
+  Clock::time_point started_;  // before the child was, so that no run looks too short
   pid_t child_;
   Descriptor output_;
   Descriptor error_;
   ProgramResult result_;
-  Clock::time_point started_ = Clock::now();
   std::size_t signals_sent_ = 0;
   std::optional<Clock::time_point> condition_met_;
 };
@@ -217,10 +222,11 @@ class Running {
 ProgramResult run(const Program& program) {
   Channel output = make_output(program.output);
   Channel error = program.error_on_terminal ? make_terminal() : make_pipe();
+  const Clock::time_point started = Clock::now();
   const pid_t child = start(program, output.theirs.get(), error.theirs.get());
   output.theirs.close();
   error.theirs.close();
-  return Running(program, child, std::move(output.ours), std::move(error.ours)).finish();
+  return Running(program, started, child, std::move(output.ours), std::move(error.ours)).finish();
 }
 
 std::map<std::string, std::string> sanitizer_environment() {

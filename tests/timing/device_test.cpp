@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <utility>
 
 #include "tests/scripted_device/scripted_device.hpp"
+#include "tests/support/error_of.hpp"
 #include "timing/error.hpp"
 
 namespace zelk::timing {
@@ -18,16 +18,7 @@ using scripted_device::make_identity;
 using scripted_device::Script;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-Error error_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no error was thrown";
-  return {"none", 0};
-}
+using zelk::test_support::error_of;
 
 TEST(IdentityFromC, TextEndsAtTheFirstNul) {
   const Identity identity = Identity::from_c(make_identity("a", "bc", "SN 1", "unit"));

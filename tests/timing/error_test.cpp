@@ -3,31 +3,22 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <type_traits>
 
 #include "tests/scripted_device/scripted_device.hpp"
+#include "tests/support/error_of.hpp"
 
 namespace zelk::timing {
 namespace {
 
 using scripted_device::Script;
 using testing::ElementsAre;
+using zelk::test_support::error_of;
 
 static_assert(std::is_base_of_v<std::runtime_error, Error>);
 static_assert(std::has_virtual_destructor_v<Error>);
-
-Error error_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no error was thrown";
-  return {"none", 0};
-}
 
 void load_with_last_error(std::optional<std::string> last_error) {
   scripted_device::load(Script{.status_texts = {{-9, "link lost"}, {0, "no error"}},

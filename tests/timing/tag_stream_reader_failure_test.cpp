@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <vector>
 
+#include "tests/support/error_of.hpp"
 #include "tests/timing/reader_bench.hpp"
 #include "timing/error.hpp"
 
@@ -15,19 +15,10 @@ using scripted_device::Read;
 using scripted_device::Script;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using zelk::test_support::error_of;
 
 Read failing_read(qx_status status) {
   return {.bytes = {}, .status = status};
-}
-
-Error error_of(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no error was thrown";
-  return {"none", 0};
 }
 
 TEST(ReaderFailure, EndsTheThreadAndNamesTheRead) {

@@ -18,6 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using scripted_device::Script;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 
 std::string hex_bytes(std::size_t count, const std::string& byte) {
   std::string text = byte;
@@ -30,7 +31,6 @@ std::string hex_bytes(std::size_t count, const std::string& byte) {
 TEST(ByteProbe, CountsAndDecodesRaw64) {
   const SmokeTestResult result = run_smoke_test(raw64_device(three_tags), raw64_probe_arguments());
   expect_probe(result, three_tags_report, 0);
-  EXPECT_GE(result.duration, 250ms);
   EXPECT_THAT(calls_from_start(result),
               ElementsAre("qx_start_stream_mode mode=1 flags=0 -> 0",
                           "qx_read_stream_bytes capacity=65536 timeout=20 -> 0 received=24",
@@ -95,20 +95,10 @@ const ExpectedProbe packed_report{
 TEST(ByteProbe, CountsAndDecodesPackedDeltaAfterTheWholeSetUp) {
   const SmokeTestResult result = run_smoke_test(packed_device(), probe_arguments());
   expect_probe(result, packed_report, 0);
-  EXPECT_THAT(
-      scripted_device::without_timeouts(result.calls),
-      ElementsAre("qx_open_serial port=ftdi:// -> 0", "qx_identify record=zeroed -> 0",
-                  "qx_load_calibration flag=1 -> 0",
-                  "qx_set_reference_clock source=1 signal=0 record=zeroed -> 0",
-                  "qx_set_tdl_active_masks masks=07,07,07,07 -> 0",
-                  "qx_get_tdl_active_masks masks_before=00,00,00,00 -> 0",
-                  "qx_set_packed_delta_config bits=16 quantum_ps=8 accepted_before=16,8 -> 0",
-                  "qx_set_stream_interface transport=1 format=2 -> 0",
-                  "qx_set_stream_channel_mask mask=0c -> 0",
-                  "qx_set_calibration_freq frequency_hz=10000 divider_before=zeroed -> 0",
-                  "qx_enable_calibration_source -> 0", "qx_start_stream_mode mode=0 flags=0 -> 0",
-                  "qx_read_stream_bytes capacity=65536 timeout=20 -> 0 received=28",
-                  "qx_stop_stream_mode flag=true -> 0", "qx_close"));
+  EXPECT_THAT(scripted_device::without_timeouts(result.calls),
+              ElementsAreArray(default_set_up_then(
+                  {"qx_read_stream_bytes capacity=65536 timeout=20 -> 0 received=28",
+                   "qx_stop_stream_mode flag=true -> 0", "qx_close"})));
 }
 
 TEST(ByteProbe, ExplainsItsLockWhenAskedTo) {
@@ -245,10 +235,11 @@ TEST(ByteProbe, MoreBytesThanOneReadTakesAreAllCounted) {
                           "qx_stop_stream_mode flag=true -> 0", "qx_close"));
 }
 
-TEST(ByteProbe, SilentDeviceGivesAReportOfZerosAndStatusOne) {
+TEST(ByteProbe, SilentDeviceGivesAReportOfZerosAndStatusOneAfterTheWholeTime) {
+  const auto start = std::chrono::steady_clock::now();
   const SmokeTestResult result = run_smoke_test({}, probe_arguments());
   expect_probe(result, {.port = "ftdi:// transport=usb format=packed_delta mode=internal"}, 1);
-  EXPECT_GE(result.duration, 250ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 250ms);
 }
 
 TEST(ByteProbe, NoTimeMeansNoReadButAReport) {

@@ -34,6 +34,26 @@ inline scripted_device::Script raw64_device(const std::vector<Tag>& tags) {
   return {.reads = {{.bytes = std::move(bytes)}}};
 }
 
+// The calls of a run with the default settings up to the start of its stream,
+// and then these.
+inline std::vector<std::string> default_set_up_then(const std::vector<std::string>& more) {
+  std::vector<std::string> calls{
+      "qx_open_serial port=ftdi:// -> 0",
+      "qx_identify record=zeroed -> 0",
+      "qx_load_calibration flag=1 -> 0",
+      "qx_set_reference_clock source=1 signal=0 record=zeroed -> 0",
+      "qx_set_tdl_active_masks masks=07,07,07,07 -> 0",
+      "qx_get_tdl_active_masks masks_before=00,00,00,00 -> 0",
+      "qx_set_packed_delta_config bits=16 quantum_ps=8 accepted_before=16,8 -> 0",
+      "qx_set_stream_interface transport=1 format=2 -> 0",
+      "qx_set_stream_channel_mask mask=0c -> 0",
+      "qx_set_calibration_freq frequency_hz=10000 divider_before=zeroed -> 0",
+      "qx_enable_calibration_source -> 0",
+      "qx_start_stream_mode mode=0 flags=0 -> 0"};
+  calls.insert(calls.end(), more.begin(), more.end());
+  return calls;
+}
+
 inline std::vector<std::string> raw64_arguments(std::vector<std::string> more = {}) {
   std::vector<std::string> arguments{"format=raw64", "mode=external", capture};
   arguments.insert(arguments.end(), more.begin(), more.end());
