@@ -6,12 +6,9 @@
 
 #include "smoke_test/deadline.hpp"
 #include "smoke_test/interrupt.hpp"
-#include "timing/error.hpp"
 #include "timing/stream_decoder.hpp"
-#include "timing/tag_stream_reader.hpp"
 
 using zelk::timing::StreamDecoder;
-using zelk::timing::TagStreamReader;
 using zelk::timing::TimeTag;
 
 namespace {
@@ -53,17 +50,12 @@ ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const 
   const Deadline deadline(config.capture_s);
   while (deadline.is_ahead() && interrupt.signal_number() == 0) {
     watchdog.kick(Watchdog::streaming_limit);
-    std::size_t received = 0;
-    const qx_status status = qx_read_stream_bytes(device.handle, buffer.data(), buffer.size(),
-                                                  &received, TagStreamReader::read_timeout);
-    if (status != 0 && status != zelk::timing::read_timeout_status) {
-      zelk::timing::detail::check(status, "read_stream_bytes", device.handle);
-    }
-    if (status != 0 || received == 0) {
+    const std::size_t received = device.read_stream_bytes(buffer).value_or(0);
+    if (received == 0) {
       std::this_thread::sleep_for(empty_read_pause);
       continue;
     }
-    const auto bytes = std::span(buffer).first(std::min(received, buffer.size()));
+    const auto bytes = std::span(buffer).first(received);
     probe.add_bytes(bytes);
     probe.add_tags(decoder.feed(bytes.data(), bytes.size()));
   }

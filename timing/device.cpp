@@ -1,10 +1,10 @@
 #include "timing/device.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "timing/error.hpp"
@@ -128,6 +128,19 @@ Device& Device::operator=(Device&& other) noexcept {
   std::swap(stream_mode, moved.stream_mode);
   std::swap(fine_lut, moved.fine_lut);
   return *this;
+}
+
+std::optional<std::size_t> Device::read_stream_bytes(std::span<std::uint8_t> buffer) {
+  std::size_t received = 0;
+  const qx_status status =
+      qx_read_stream_bytes(handle, buffer.data(), buffer.size(), &received, read_timeout);
+  if (status == read_timeout_status) {
+    return std::nullopt;
+  }
+  if (status != 0) {
+    detail::check(status, "read_stream_bytes", handle);
+  }
+  return std::min(received, buffer.size());
 }
 
 void Device::stop_stream_any(bool flag) {

@@ -6,7 +6,10 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,6 +61,14 @@ class Device {
   Device& operator=(Device&& other) noexcept;
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
+
+  // Handed to every stream read; the device library's unit.
+  static constexpr int read_timeout = 20;
+
+  // Reads stream bytes into `buffer` and returns how many, possibly 0, or
+  // nothing when none arrived within the time-out. Throws Error
+  // "read_stream_bytes".
+  std::optional<std::size_t> read_stream_bytes(std::span<std::uint8_t> buffer);
 
   // Leaves stream mode; the flag goes to the library as it is. Throws Error
   // "stop_stream_any".

@@ -1,9 +1,9 @@
 #include "timing/tag_stream_reader.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
-#include "timing/error.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::timing {
@@ -85,17 +85,11 @@ void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::si
   StreamDecoder decoder(header);
   std::vector<std::uint8_t> buffer(read_chunk);
   while (!stop_requested) {
-    std::size_t received = 0;
-    const qx_status status =
-        qx_read_stream_bytes(device->handle, buffer.data(), buffer.size(), &received, read_timeout);
-    if (status == read_timeout_status) {
+    const std::optional<std::size_t> received = device->read_stream_bytes(buffer);
+    if (!received) {
       continue;
     }
-    if (status != 0) {
-      detail::check(status, "read_stream_bytes", device->handle);
-    }
-    const std::vector<TimeTag> tags =
-        decoder.feed(buffer.data(), std::min(received, buffer.size()));
+    const std::vector<TimeTag> tags = decoder.feed(buffer.data(), *received);
     if (!tags.empty()) {
       append(tags);
     }

@@ -29,8 +29,6 @@ class TagStreamReader {
   static constexpr std::size_t max_drain = 65536;
   static constexpr std::size_t min_queue_limit = 1024;
   static constexpr std::size_t min_read_chunk = 4096;
-  // Handed to every device read; the device library's unit.
-  static constexpr int read_timeout = 20;
 
   explicit TagStreamReader(Device& stream_device) : device(&stream_device) {}
 
