@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -17,6 +18,7 @@
 #include "simulator/device_model.hpp"
 #include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
+#include "simulator/open_device_model.hpp"
 #include "simulator/unit.hpp"
 
 namespace {
@@ -25,8 +27,6 @@ using zelk::simulator::default_unit_port;
 using zelk::simulator::DeviceModel;
 using zelk::simulator::Failure;
 using zelk::simulator::Status;
-
-constexpr int standard_rate = 3'000'000;
 
 qx_status code(Status status) noexcept {
   return static_cast<qx_status>(status);
@@ -83,7 +83,8 @@ Pointer required(Pointer pointer, const char* name) {
 }  // namespace
 
 struct qx_device {
-  explicit qx_device(const char* port) : model(zelk::simulator::open_device_model(port)) {}
+  qx_device(const char* port, std::optional<int> rate)
+      : model(zelk::simulator::open_device_model(port, rate)) {}
 
   std::unique_ptr<DeviceModel> model;
   std::string last_error;
@@ -104,6 +105,13 @@ qx_status on_model(qx_device* device, Action&& action) noexcept {
     return code(Status::invalid_argument);
   }
   return guarded(&device->last_error, [&] { action(*device->model); });
+}
+
+qx_status open_at(qx_device** device, const char* port, std::optional<int> rate) noexcept {
+  return guarded(nullptr, [&] {
+    *required(device, "device") = nullptr;
+    *device = new qx_device(required(port, "port"), rate);
+  });
 }
 
 }  // namespace
@@ -133,18 +141,11 @@ void qx_discover_free(qx_discovery* list) {
 }
 
 qx_status qx_open_serial(qx_device** device, const char* port) {
-  return qx_open(device, port, standard_rate);
+  return open_at(device, port, std::nullopt);
 }
 
 qx_status qx_open(qx_device** device, const char* port, int rate) {
-  return guarded(nullptr, [&] {
-    *required(device, "device") = nullptr;
-    required(port, "port");
-    if (rate <= 0) {
-      throw Failure(Status::invalid_argument, "the line rate must be above 0");
-    }
-    *device = new qx_device(port);
-  });
+  return open_at(device, port, rate);
 }
 
 void qx_close(qx_device* device) {

@@ -9,9 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
-#include <string_view>
 
 #include "timing/c_api/zelk_timing.h"
 #include "timing/time_tag.hpp"
@@ -56,8 +54,5 @@ class DeviceModel {
   virtual std::size_t read_stream(std::span<std::uint8_t> buffer,
                                   std::chrono::milliseconds timeout) = 0;
 };
-
-// The model that a port string asks for.
-std::unique_ptr<DeviceModel> open_device_model(std::string_view port);
 
 }  // namespace zelk::simulator

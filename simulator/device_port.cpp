@@ -1,10 +1,11 @@
 #include "simulator/device_port.hpp"
 
 #include <algorithm>
-#include <charconv>
+#include <cstddef>
 #include <optional>
 
 #include "simulator/failure.hpp"
+#include "simulator/port_keys.hpp"
 #include "simulator/port_query.hpp"
 
 namespace zelk::simulator {
@@ -13,40 +14,26 @@ namespace {
 constexpr std::string_view unit_scheme = "ftdi://";
 constexpr std::string_view scenario_scheme = "sim://";
 
-Pace parse_pace(const std::string& text) {
+Pace take_pace(PortQuery& query) {
+  constexpr std::size_t row = key_row("pace");
+  const std::string text = take_words(query, row).value();
   if (text == "max") {
     return Pace::as_read;
   }
-  if (text == "real") {
-    return Pace::real_time;
+  if (text != "real") {
+    throw bad_value(row, text);
   }
-  throw Failure(Status::port_value_out_of_range, "pace is max or real, not " + quoted(text));
+  return Pace::real_time;
 }
 
-std::uint32_t parse_start_bits(const std::string& text) {
-  std::uint32_t bits = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, bits);
-  if (error != std::errc{} || rest != end || bits > max_start_bits) {
-    throw Failure(Status::port_value_out_of_range, "start_bits is a number from 0 to " +
-                                                       std::to_string(max_start_bits) + ", not " +
-                                                       quoted(text));
-  }
-  return bits;
-}
-
-DevicePort parse_tags(PortQuery& query) {
-  DevicePort port;
+void take_tags(PortQuery& query, DevicePort& port) {
   port.scenario = ScenarioKind::tags;
-  const std::optional<std::string> file = query.take("file");
+  const std::optional<std::string> file = take_words(query, key_row("file"));
   if (!file) {
     throw Failure(Status::missing_port_key, "sim://tags needs file=PATH");
   }
   port.tag_file = *file;
-  if (const std::optional<std::string> pace = query.take("pace")) {
-    port.pace = parse_pace(*pace);
-  }
-  return port;
+  port.pace = take_pace(query);
 }
 
 }  // namespace
@@ -63,11 +50,13 @@ DevicePort parse_device_port(std::string_view port) {
                   "unknown scenario " + quoted(name.substr(scenario_scheme.size())));
   }
   PortQuery query(port.substr(std::min(name_end + 1, port.size())));
-  DevicePort parsed = is_unit ? DevicePort{} : parse_tags(query);
-  if (const std::optional<std::string> bits = query.take("start_bits")) {
-    parsed.start_bits = parse_start_bits(*bits);
+  DevicePort parsed;
+  if (!is_unit) {
+    take_tags(query, parsed);
   }
-  query.expect_empty();
+  parsed.seed = static_cast<std::uint32_t>(take_whole(query, key_row("seed")));
+  parsed.start_bits = static_cast<std::uint32_t>(take_whole(query, key_row("start_bits")));
+  expect_all_taken(query);
   return parsed;
 }
 

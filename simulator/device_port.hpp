@@ -1,7 +1,6 @@
 // What a port string asks for. "ftdi://" and the discovered port name the
 // default unit; "sim://SCENARIO?key=value&key=value" names a unit with the
-// signals of a scenario. Any byte of a value may be written as %XX. Every port
-// takes start_bits=N behind a "?".
+// signals of a scenario.
 #pragma once
 
 #include <cstdint>
@@ -25,13 +24,11 @@ enum class Pace {
   as_read,  // as fast as the host reads
 };
 
-// The most bits that can be missing at the front of a stream.
-inline constexpr std::uint32_t max_start_bits = 1'000'000;
-
 struct DevicePort {
   ScenarioKind scenario = ScenarioKind::default_unit;
   std::string tag_file;          // of ScenarioKind::tags
   Pace pace = Pace::real_time;   // of ScenarioKind::tags
+  std::uint32_t seed = 1;        // of everything that is random
   std::uint32_t start_bits = 0;  // missing at the front of each packed_delta stream
 };
 

@@ -1,5 +1,7 @@
 #include "simulator/failure.hpp"
 
+#include "simulator/port_keys.hpp"
+
 namespace zelk::simulator {
 
 const char* status_text(std::int32_t status) noexcept {
@@ -38,8 +40,6 @@ const char* status_text(std::int32_t status) noexcept {
       return "missing key in port string";
     case Status::repeated_port_key:
       return "repeated key in port string";
-    case Status::port_value_out_of_range:
-      return "value out of range in port string";
     case Status::cannot_open_tag_file:
       return "cannot open the tag file";
     case Status::cannot_read_tag_file:
@@ -51,7 +51,8 @@ const char* status_text(std::int32_t status) noexcept {
     case Status::tag_channel_out_of_range:
       return "channel out of range in the tag file";
   }
-  return "unknown status";
+  const char* const of_key = key_status_text(status);
+  return of_key != nullptr ? of_key : "unknown status";
 }
 
 }  // namespace zelk::simulator

@@ -31,12 +31,12 @@ enum class Status : std::int32_t {
   unknown_port_key = -23,
   missing_port_key = -24,
   repeated_port_key = -25,
-  port_value_out_of_range = -26,
   cannot_open_tag_file = -30,
   cannot_read_tag_file = -31,
   malformed_tag_line = -32,
   tag_out_of_order = -33,
   tag_channel_out_of_range = -34,
+  // From -100 down: the values and places of the keys of port strings.
 };
 
 // The fixed text of `status`, for values that are no Status too.

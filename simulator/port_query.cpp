@@ -6,9 +6,11 @@
 #include "simulator/failure.hpp"
 
 namespace zelk::simulator {
-namespace {
 
-// Undoes %XX. A NUL byte is refused: it would cut a path short.
+std::string quoted(std::string_view text) {
+  return '"' + std::string(text) + '"';
+}
+
 std::string percent_decoded(std::string_view text) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -27,12 +29,6 @@ std::string percent_decoded(std::string_view text) {
     i += 2;
   }
   return decoded;
-}
-
-}  // namespace
-
-std::string quoted(std::string_view text) {
-  return '"' + std::string(text) + '"';
 }
 
 PortQuery::PortQuery(std::string_view text) {
@@ -68,10 +64,11 @@ std::optional<std::string> PortQuery::take(std::string_view key) {
   return value;
 }
 
-void PortQuery::expect_empty() const {
-  if (!items_.empty()) {
-    throw Failure(Status::unknown_port_key, "unknown key " + quoted(items_.front().first));
+std::optional<std::string_view> PortQuery::first_left() const {
+  if (items_.empty()) {
+    return std::nullopt;
   }
+  return items_.front().first;
 }
 
 }  // namespace zelk::simulator

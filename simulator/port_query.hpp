@@ -13,6 +13,10 @@ namespace zelk::simulator {
 // The text between quotation marks, for messages.
 std::string quoted(std::string_view text);
 
+// Undoes %XX. Throws Failure for what is no such sign, and for a NUL byte,
+// which would cut a path short.
+std::string percent_decoded(std::string_view text);
+
 // Whoever knows a key takes it; what is left in the end is unknown.
 class PortQuery {
  public:
@@ -22,8 +26,8 @@ class PortQuery {
 
   std::optional<std::string> take(std::string_view key);
 
-  // To be called after the last take(). Throws Failure for a key that is left.
-  void expect_empty() const;
+  // A key that nobody has taken.
+  [[nodiscard]] std::optional<std::string_view> first_left() const;
 
  private:
   void add(std::string_view item);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -50,8 +51,8 @@ PackedDeltaSettings accepted_packed_delta(std::uint8_t bits, std::uint16_t quant
   return {std::clamp(bits, min_packed_bits, max_packed_bits), std::bit_floor(quantum)};
 }
 
-Unit::Unit(std::string_view port)
-    : port_(parse_device_port(port)),
+Unit::Unit(DevicePort port)
+    : port_(std::move(port)),
       scenario_(port_),
       calibration_divider_(calibration_divider(default_calibration_hz)) {}
 
@@ -164,10 +165,6 @@ std::size_t Unit::read_stream(std::span<std::uint8_t> buffer, std::chrono::milli
     throw Failure(Status::timed_out, "read_stream_bytes: no data within the time-out");
   }
   return received;
-}
-
-std::unique_ptr<DeviceModel> open_device_model(std::string_view port) {
-  return std::make_unique<Unit>(port);
 }
 
 }  // namespace zelk::simulator

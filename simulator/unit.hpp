@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string_view>
 
 #include "simulator/device_model.hpp"
+#include "simulator/device_port.hpp"
 #include "simulator/front_end.hpp"
 #include "simulator/reference_clock.hpp"
 #include "simulator/scenario.hpp"
@@ -31,7 +31,7 @@ PackedDeltaSettings accepted_packed_delta(std::uint8_t bits, std::uint16_t quant
 
 class Unit final : public DeviceModel {
  public:
-  explicit Unit(std::string_view port);
+  explicit Unit(DevicePort port);
 
   qx_identity identity() override { return unit_identity(port_); }
 

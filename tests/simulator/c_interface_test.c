@@ -121,7 +121,7 @@ static void check_failed_opens(void) {
       {"sim://nothing", "unknown scenario in port string"},
       {"sim://tags?file=x&y=1", "unknown key in port string"},
       {"sim://tags", "missing key in port string"},
-      {"sim://tags?file=x&pace=0", "value out of range in port string"},
+      {"sim://tags?file=x&pace=0", "port key pace takes real or max"},
       {"sim://tags?file=/nonexistent/tags.csv", "cannot open the tag file"},
       {"sim://tags?file=/", "cannot read the tag file"},
       {"sim://tags?file=/dev/null", "malformed line in the tag file"},

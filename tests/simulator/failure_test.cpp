@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <limits>
 #include <set>
 #include <string>
@@ -28,8 +29,8 @@ TEST(StatusText, KnownStatusesHaveTextsOfTheirOwn) {
       texts.insert(text);
     }
   }
-  EXPECT_EQ(known, 23);
-  EXPECT_EQ(texts.size(), 23U);
+  EXPECT_GT(known, 20);
+  EXPECT_EQ(texts.size(), static_cast<std::size_t>(known));
 }
 
 TEST(StatusText, NamesTheStatusesThatHostsKnow) {

@@ -44,13 +44,13 @@ std::vector<std::uint8_t> read_bytes(Unit& unit, std::size_t wanted) {
 }
 
 TEST(Unit, HasAnIdentity) {
-  const qx_identity identity = Unit("ftdi://").identity();
+  const qx_identity identity = Unit(parse_device_port("ftdi://")).identity();
   EXPECT_STREQ(identity.serial, "ZK4-0001");
   EXPECT_STREQ(identity.device_text, "ZK4 four-channel TDC, simulated");
 }
 
 TEST(Unit, KeepsFiveDelayLineBitsAChannel) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   EXPECT_EQ(unit.delay_line_masks(), (std::array<std::uint8_t, 4>{0x1F, 0x1F, 0x1F, 0x1F}));
   unit.set_delay_line_masks(std::array<std::uint8_t, 4>{0x07, 0x00, 0xFF, 0x20});
   EXPECT_EQ(unit.delay_line_masks(), (std::array<std::uint8_t, 4>{0x07, 0x00, 0x1F, 0x00}));
@@ -75,7 +75,7 @@ TEST(Unit, AcceptsPackedDeltaParametersWithinItsLimits) {
 }
 
 TEST(Unit, RefusesStreamInterfacesThatItDoesNotHave) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   EXPECT_NE(
       failure_text(Status::not_supported, [&] { unit.set_stream_interface(0, 0); }).find("uart"),
       std::string::npos);
@@ -88,20 +88,20 @@ TEST(Unit, RefusesStreamInterfacesThatItDoesNotHave) {
 }
 
 TEST(Unit, RefusesChannelsThatItDoesNotHave) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   EXPECT_NE(failure_text(Status::out_of_range, [&] { unit.set_channel_mask(0x10); }).find("16"),
             std::string::npos);
 }
 
 TEST(Unit, RefusesUnknownStreamModesAndFlags) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   failure_text(Status::out_of_range, [&] { unit.start_stream(2, 0); });
   failure_text(Status::out_of_range, [&] { unit.start_stream(0, 1); });
   failure_text(Status::not_streaming, [&] { read_bytes(unit, 1); });
 }
 
 TEST(Unit, SettingsAreRefusedWhileStreamingAndTakenAfterIt) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   const std::array<std::uint8_t, 4> masks{};
   const std::array<std::uint16_t, 4> codes{};
   const std::vector<std::function<void()>> requests{
@@ -129,19 +129,19 @@ TEST(Unit, SettingsAreRefusedWhileStreamingAndTakenAfterIt) {
 }
 
 TEST(Unit, StopWithoutAStreamIsHarmless) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   EXPECT_NO_THROW(unit.stop_stream(true));
   failure_text(Status::not_streaming, [&] { read_bytes(unit, 1); });
 }
 
 TEST(Unit, InternalModeIsSilentWithoutTheCalibrationSource) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   unit.start_stream(internal_mode, 0);
   EXPECT_TRUE(read_bytes(unit, 1).empty());
 }
 
 TEST(Unit, InternalModeGivesCalibrationPulsesAtTheDividedClock) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   unit.set_stream_interface(usb, 1);
   EXPECT_EQ(unit.set_calibration_frequency(100e3), 3000U);
   unit.enable_calibration_source(true);
@@ -157,7 +157,7 @@ TEST(Unit, InternalModeGivesCalibrationPulsesAtTheDividedClock) {
 }
 
 TEST(Unit, PackedDeltaCarriesTheCalibrationPulses) {
-  Unit unit("ftdi://?start_bits=1001");
+  Unit unit(parse_device_port("ftdi://?start_bits=1001"));
   unit.set_stream_interface(usb, 2);
   unit.set_calibration_frequency(100e3);
   unit.enable_calibration_source(true);
@@ -179,7 +179,7 @@ TEST(Unit, PackedDeltaCarriesTheCalibrationPulses) {
 }
 
 TEST(Unit, AThresholdAboveThePulsesSilencesThem) {
-  Unit unit("ftdi://");
+  Unit unit(parse_device_port("ftdi://"));
   unit.set_threshold_codes(std::array<std::uint16_t, 4>{0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF});  // 4 V
   unit.enable_calibration_source(true);
   unit.start_stream(internal_mode, 0);
@@ -201,7 +201,7 @@ class RecordedUnit : public testing::Test {
 };
 
 TEST_F(RecordedUnit, EveryRunPlaysTheFileFromItsStart) {
-  Unit unit(port());
+  Unit unit(parse_device_port(port()));
   EXPECT_STREQ(unit.identity().serial, "SIM-TAGS");
   for (const Format format : {Format::raw64, Format::delta32, Format::raw64}) {
     unit.set_stream_interface(usb, static_cast<std::uint32_t>(format));
@@ -214,7 +214,7 @@ TEST_F(RecordedUnit, EveryRunPlaysTheFileFromItsStart) {
 }
 
 TEST_F(RecordedUnit, PackedDeltaHasTheAcceptedParameters) {
-  Unit unit(port());
+  Unit unit(parse_device_port(port()));
   unit.set_stream_interface(usb, 2);
   unit.start_stream(external_mode, 0);
   const TagList tags{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}};
@@ -226,7 +226,7 @@ TEST_F(RecordedUnit, PackedDeltaHasTheAcceptedParameters) {
 }
 
 TEST_F(RecordedUnit, BitsAreMissingAtTheStartOfEachPackedDeltaStreamOnly) {
-  Unit unit(port() + "&start_bits=20");
+  Unit unit(parse_device_port(port() + "&start_bits=20"));
   const TagList tags{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}};
   for (int run = 0; run < 2; ++run) {
     unit.set_stream_interface(usb, 2);
@@ -243,7 +243,7 @@ TEST_F(RecordedUnit, BitsAreMissingAtTheStartOfEachPackedDeltaStreamOnly) {
 }
 
 TEST_F(RecordedUnit, AStoppedStreamLeavesNothingForTheNext) {
-  Unit unit(port());
+  Unit unit(parse_device_port(port()));
   for (int run = 0; run < 2; ++run) {
     unit.start_stream(external_mode, 0);
     std::vector<std::uint8_t> buffer(8);
@@ -255,7 +255,7 @@ TEST_F(RecordedUnit, AStoppedStreamLeavesNothingForTheNext) {
 }
 
 TEST_F(RecordedUnit, SettingsShapeTheTags) {
-  Unit unit(port());
+  Unit unit(parse_device_port(port()));
   EXPECT_EQ(unit.set_dead_time(3334), 6666);
   unit.set_channel_mask(0x0B);
   unit.set_delay_line_masks(std::array<std::uint8_t, 4>{1, 0, 1, 1});
@@ -267,7 +267,7 @@ TEST_F(RecordedUnit, SettingsShapeTheTags) {
 }
 
 TEST_F(RecordedUnit, ExternalModeIgnoresTheCalibrationSource) {
-  Unit unit(port());
+  Unit unit(parse_device_port(port()));
   unit.enable_calibration_source(true);
   unit.start_stream(external_mode, 0);
   EXPECT_EQ(read_bytes(unit, 1000).size(), 6 * 8U);

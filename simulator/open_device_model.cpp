@@ -1,0 +1,16 @@
+#include "simulator/open_device_model.hpp"
+
+#include "simulator/device_port.hpp"
+#include "simulator/failure.hpp"
+#include "simulator/unit.hpp"
+
+namespace zelk::simulator {
+
+std::unique_ptr<DeviceModel> open_device_model(std::string_view port, std::optional<int> rate) {
+  if (rate && *rate <= 0) {
+    throw Failure(Status::invalid_argument, "the line rate must be above 0");
+  }
+  return std::make_unique<Unit>(parse_device_port(port));
+}
+
+}  // namespace zelk::simulator

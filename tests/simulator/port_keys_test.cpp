@@ -1,0 +1,88 @@
+#include "simulator/port_keys.hpp"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "tests/simulator/expect_failure.hpp"
+
+namespace zelk::simulator {
+namespace {
+
+constexpr std::size_t seed_row = key_row("seed");
+
+TEST(PortKeys, HaveNamesOfTheirOwnAndSayWhatTheyMean) {
+  std::set<std::string_view> names;
+  for (const PortKey& key : port_keys) {
+    SCOPED_TRACE(key.name);
+    EXPECT_TRUE(names.insert(key.name).second);
+    EXPECT_FALSE(key.meaning.empty());
+    EXPECT_EQ(key.meaning.find('\n'), key.meaning.npos);
+    EXPECT_NE(key.ports, 0U);
+    if (key.kind == KeyKind::words) {
+      EXPECT_FALSE(key.unit.empty());
+    } else {
+      EXPECT_LT(key.lowest, key.highest);
+    }
+  }
+}
+
+TEST(PortKeys, DefaultsAreInRange) {
+  PortQuery nothing("");
+  for (std::size_t row = 0; row < port_keys.size(); ++row) {
+    SCOPED_TRACE(port_keys[row].name);
+    if (port_keys[row].kind == KeyKind::whole) {
+      EXPECT_NO_THROW(take_whole(nothing, row));
+    } else if (port_keys[row].kind == KeyKind::number) {
+      EXPECT_NO_THROW(take_number(nothing, row));
+    }
+  }
+}
+
+TEST(PortKeys, WholeNumbersAreTakenInTheirRangeAndNowhereElse) {
+  const auto seed = [](const std::string& text) {
+    PortQuery query("seed=" + text);
+    return take_whole(query, seed_row);
+  };
+  EXPECT_EQ(seed("0"), 0);
+  EXPECT_EQ(seed("4294967295"), 4294967295);
+  for (const char* const bad : {"4294967296", "-1", "", "1.5", "1e3", "+1", " 1", "1 ", "0x1",
+                                "99999999999999999999", "nan"}) {
+    SCOPED_TRACE(bad);
+    PortQuery query(std::string("seed=") + bad);
+    const Status status = bad_value(seed_row, bad).status();
+    const std::string text = failure_text(status, [&] { take_whole(query, seed_row); });
+    EXPECT_EQ(text, "port key seed takes a whole number from 0 to 4294967295, not \"" +
+                        std::string(bad) + '"');
+  }
+}
+
+TEST(PortKeys, FourNumbersOrOneForAllChannels) {
+  const auto numbers = [](const std::string& text) {
+    PortQuery query("seed=" + text);
+    return take_channel_numbers(query, seed_row);
+  };
+  using Numbers = std::array<double, timing::channel_count>;
+  EXPECT_EQ(numbers("2.5"), (Numbers{2.5, 2.5, 2.5, 2.5}));
+  EXPECT_EQ(numbers("1,2,0,1e3"), (Numbers{1, 2, 0, 1000}));
+  for (const char* const bad : {"1,2", "1,2,3", "1,2,3,4,5", "1,2,3,", ",1,2,3", "1,,2,3", ",,,",
+                                "1,2,3,-4", "1,2,3,nan", "inf", "1, 2,3,4"}) {
+    SCOPED_TRACE(bad);
+    failure_text(bad_value(seed_row, bad).status(), [&] { numbers(bad); });
+  }
+}
+
+TEST(PortKeys, StatusesNameTheKeyOnly) {
+  EXPECT_EQ(key_status_text(-99), nullptr);
+  EXPECT_STREQ(key_status_text(-100), "port key file takes a path");
+  EXPECT_STREQ(key_status_text(-200), "port key file does not go with this port");
+  const auto keys = static_cast<std::int32_t>(port_keys.size());
+  EXPECT_NE(key_status_text(-100 - keys + 1), nullptr);
+  EXPECT_EQ(key_status_text(-100 - keys), nullptr);
+  EXPECT_NE(key_status_text(-200 - keys + 1), nullptr);
+  EXPECT_EQ(key_status_text(-200 - keys), nullptr);
+}
+
+}  // namespace
+}  // namespace zelk::simulator
