@@ -1,8 +1,7 @@
-// The C interface of the simulated device library: checks of pointers, and the
-// translation of failures into statuses. No exception leaves a function, and
-// nothing is ever printed.
-#include <algorithm>
-#include <chrono>
+// The C interface of the simulated device library: checks of pointers, calls in
+// plain numbers, and the translation of failures into statuses. No exception
+// leaves a function, and nothing is ever printed.
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,60 +14,75 @@
 #include "timing/c_api/zelk_timing.h"
 #pragma GCC visibility pop
 
-#include "simulator/device_model.hpp"
+#include "simulator/call_records.hpp"
+#include "simulator/device_backend.hpp"
 #include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
-#include "simulator/open_device_model.hpp"
+#include "simulator/open_backend.hpp"
+#include "simulator/status_texts.hpp"
 #include "simulator/unit.hpp"
 
 namespace {
 
+using zelk::simulator::CallKind;
+using zelk::simulator::clock_from_words;
+using zelk::simulator::clock_to_words;
 using zelk::simulator::default_unit_port;
-using zelk::simulator::DeviceModel;
+using zelk::simulator::DeviceBackend;
+using zelk::simulator::DeviceCall;
 using zelk::simulator::Failure;
+using zelk::simulator::ForwardedFailure;
+using zelk::simulator::from_words;
+using zelk::simulator::identity_from_words;
+using zelk::simulator::identity_to_words;
 using zelk::simulator::Status;
+using zelk::simulator::StatusTexts;
+using zelk::simulator::to_words;
+using zelk::timing::channel_count;
 
 qx_status code(Status status) noexcept {
   return static_cast<qx_status>(status);
 }
 
-void forget(std::string* detail) noexcept {
-  if (detail != nullptr) {
-    detail->clear();
+// The text of a refusal by this library. `text` itself may be too long for what
+// memory is left.
+void remember(std::optional<std::string>* detail, const char* text) noexcept {
+  if (detail == nullptr) {
+    return;
+  }
+  try {
+    *detail = text;
+  } catch (...) {
+    *detail = std::string();
   }
 }
 
-// `text` itself may be too long for what memory is left.
-void remember(std::string* detail, const char* text) noexcept {
+qx_status refused(std::optional<std::string>* detail, Status status, const char* text) noexcept {
+  remember(detail, text);
+  StatusTexts::instance().answered_here(code(status));
+  return code(status);
+}
+
+// Runs `action` and returns its status; what it throws becomes a status, and
+// `detail` (when there is one) its text.
+template <typename Action>
+qx_status guarded(std::optional<std::string>* detail, Action&& action) noexcept {
   try {
     if (detail != nullptr) {
-      *detail = text;
+      detail->reset();
     }
-  } catch (...) {
-    detail->clear();
-  }
-}
-
-// Runs `action`; what it throws becomes a status, and `detail` (when there is
-// one) its text. Success clears the text.
-template <typename Action>
-qx_status guarded(std::string* detail, Action&& action) noexcept {
-  try {
-    action();
-    forget(detail);
-    return code(Status::success);
-  } catch (const Failure& failure) {
-    remember(detail, failure.what());
+    return action();
+  } catch (const ForwardedFailure& failure) {
+    StatusTexts::instance().answered_elsewhere(code(failure.status()), failure.status_text());
     return code(failure.status());
+  } catch (const Failure& failure) {
+    return refused(detail, failure.status(), failure.what());
   } catch (const std::bad_alloc&) {
-    remember(detail, "out of memory");
-    return code(Status::out_of_memory);
+    return refused(detail, Status::out_of_memory, "out of memory");
   } catch (const std::exception& error) {
-    remember(detail, error.what());
-    return code(Status::internal_error);
+    return refused(detail, Status::internal_error, error.what());
   } catch (...) {
-    remember(detail, "unknown error");
-    return code(Status::internal_error);
+    return refused(detail, Status::internal_error, "unknown error");
   }
 }
 
@@ -84,10 +98,10 @@ Pointer required(Pointer pointer, const char* name) {
 
 struct qx_device {
   qx_device(const char* port, std::optional<int> rate)
-      : model(zelk::simulator::open_device_model(port, rate)) {}
+      : backend(zelk::simulator::open_backend(port, rate)) {}
 
-  std::unique_ptr<DeviceModel> model;
-  std::string last_error;
+  std::unique_ptr<DeviceBackend> backend;
+  std::optional<std::string> refusal;  // the last error, when this library refused
 };
 
 struct qx_discovery {
@@ -98,19 +112,29 @@ namespace {
 
 constexpr std::size_t discovered_units = 1;
 
-// Runs `action` on the model behind `device`.
+// Runs `action` on what stands behind `device`.
 template <typename Action>
-qx_status on_model(qx_device* device, Action&& action) noexcept {
+qx_status on_device(qx_device* device, Action&& action) noexcept {
   if (device == nullptr) {
-    return code(Status::invalid_argument);
+    return refused(nullptr, Status::invalid_argument, "");
   }
-  return guarded(&device->last_error, [&] { action(*device->model); });
+  return guarded(&device->refusal, [&] { return action(*device->backend); });
+}
+
+// A call that nothing but its status comes back from.
+template <typename... Arguments>
+qx_status plain_call(qx_device* device, CallKind kind, Arguments... arguments) noexcept {
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = kind, .arguments = {static_cast<std::uint64_t>(arguments)...}};
+    return backend.call(call);
+  });
 }
 
 qx_status open_at(qx_device** device, const char* port, std::optional<int> rate) noexcept {
   return guarded(nullptr, [&] {
     *required(device, "device") = nullptr;
     *device = new qx_device(required(port, "port"), rate);
+    return code(Status::success);
   });
 }
 
@@ -121,6 +145,7 @@ qx_status qx_discover(qx_discovery** list) {
     *required(list, "list") = nullptr;
     *list = new qx_discovery{
         zelk::simulator::unit_identity(zelk::simulator::parse_device_port(default_unit_port))};
+    return code(Status::success);
   });
 }
 
@@ -152,113 +177,145 @@ void qx_close(qx_device* device) {
   delete device;
 }
 
+// The calls below hand what the caller's memory holds to the device and write
+// back what the device left of it, whatever the status: a tapped device meets
+// the same memory as without a tap.
+
 qx_status qx_identify(qx_device* device, qx_identity* identity) {
-  return on_model(device,
-                  [&](DeviceModel& model) { *required(identity, "identity") = model.identity(); });
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::identify};
+    identity_to_words(*required(identity, "identity"), call.results);
+    const qx_status status = backend.call(call);
+    *identity = identity_from_words(call.results);
+    return status;
+  });
 }
 
 const char* qx_status_string(qx_status status) {
-  return zelk::simulator::status_text(status);
+  return StatusTexts::instance().text(status);
 }
 
 const char* qx_last_error(const qx_device* device) {
-  return device != nullptr ? device->last_error.c_str() : "";
+  if (device == nullptr) {
+    return "";
+  }
+  return device->refusal ? device->refusal->c_str() : device->backend->last_error();
 }
 
 qx_status qx_load_calibration(qx_device* device, int flag) {
-  return on_model(device, [&](DeviceModel& model) { model.load_calibration(flag); });
+  return plain_call(device, CallKind::load_calibration, flag);
 }
 
 qx_status qx_get_reference_clock_status(qx_device* device, qx_reference_clock* status) {
-  return on_model(
-      device, [&](DeviceModel& model) { *required(status, "status") = model.reference_clock(); });
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::get_reference_clock_status};
+    clock_to_words(*required(status, "status"), call.results);
+    const qx_status result = backend.call(call);
+    *status = clock_from_words(call.results);
+    return result;
+  });
 }
 
 qx_status qx_set_reference_clock(qx_device* device, uint32_t source, uint32_t signal,
                                  qx_reference_clock* status) {
-  return on_model(device, [&](DeviceModel& model) {
-    required(status, "status");
-    *status = model.set_reference_clock(source, signal);
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::set_reference_clock, .arguments = {source, signal}};
+    clock_to_words(*required(status, "status"), call.results);
+    const qx_status result = backend.call(call);
+    *status = clock_from_words(call.results);
+    return result;
   });
 }
 
 qx_status qx_set_tdl_active_masks(qx_device* device, const uint8_t* masks) {
-  return on_model(device, [&](DeviceModel& model) {
-    model.set_delay_line_masks(std::span<const std::uint8_t, zelk::timing::channel_count>(
-        required(masks, "masks"), zelk::timing::channel_count));
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::set_tdl_active_masks};
+    to_words(required(masks, "masks"), channel_count, call.arguments);
+    return backend.call(call);
   });
 }
 
 qx_status qx_get_tdl_active_masks(qx_device* device, uint8_t* masks) {
-  return on_model(device, [&](DeviceModel& model) {
-    required(masks, "masks");
-    const DeviceModel::DelayLineMasks active = model.delay_line_masks();
-    std::copy(active.begin(), active.end(), masks);
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::get_tdl_active_masks};
+    to_words(required(masks, "masks"), channel_count, call.results);
+    const qx_status status = backend.call(call);
+    from_words(call.results, channel_count, masks);
+    return status;
   });
 }
 
 qx_status qx_set_dac_codes(qx_device* device, const uint16_t* codes) {
-  return on_model(device, [&](DeviceModel& model) {
-    model.set_threshold_codes(std::span<const std::uint16_t, zelk::timing::channel_count>(
-        required(codes, "codes"), zelk::timing::channel_count));
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::set_dac_codes};
+    to_words(required(codes, "codes"), channel_count, call.arguments);
+    return backend.call(call);
   });
 }
 
 qx_status qx_set_input_dead_time(qx_device* device, int64_t dead_time_ps, int64_t* applied_ps) {
-  return on_model(device, [&](DeviceModel& model) {
-    required(applied_ps, "applied_ps");
-    *applied_ps = model.set_dead_time(dead_time_ps);
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::set_input_dead_time,
+                    .arguments = {static_cast<std::uint64_t>(dead_time_ps)}};
+    to_words(required(applied_ps, "applied_ps"), 1, call.results);
+    const qx_status status = backend.call(call);
+    from_words(call.results, 1, applied_ps);
+    return status;
   });
 }
 
 qx_status qx_set_packed_delta_config(qx_device* device, uint8_t bits, uint16_t quantum_ps,
                                      uint8_t* accepted_bits, uint16_t* accepted_quantum_ps) {
-  return on_model(device, [&](DeviceModel& model) {
-    required(accepted_bits, "accepted_bits");
-    required(accepted_quantum_ps, "accepted_quantum_ps");
-    const auto accepted = model.set_packed_delta(bits, quantum_ps);
-    *accepted_bits = accepted.bits;
-    *accepted_quantum_ps = accepted.quantum_ps;
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::set_packed_delta_config, .arguments = {bits, quantum_ps}};
+    call.results[0] = *required(accepted_bits, "accepted_bits");
+    call.results[1] = *required(accepted_quantum_ps, "accepted_quantum_ps");
+    const qx_status status = backend.call(call);
+    *accepted_bits = static_cast<std::uint8_t>(call.results[0]);
+    *accepted_quantum_ps = static_cast<std::uint16_t>(call.results[1]);
+    return status;
   });
 }
 
 qx_status qx_set_stream_interface(qx_device* device, uint32_t transport, uint32_t format) {
-  return on_model(device,
-                  [&](DeviceModel& model) { model.set_stream_interface(transport, format); });
+  return plain_call(device, CallKind::set_stream_interface, transport, format);
 }
 
 qx_status qx_set_stream_channel_mask(qx_device* device, uint8_t mask) {
-  return on_model(device, [&](DeviceModel& model) { model.set_channel_mask(mask); });
+  return plain_call(device, CallKind::set_stream_channel_mask, mask);
 }
 
 qx_status qx_set_calibration_freq(qx_device* device, double frequency_hz, uint32_t* divider) {
-  return on_model(device, [&](DeviceModel& model) {
-    required(divider, "divider");
-    *divider = model.set_calibration_frequency(frequency_hz);
+  return on_device(device, [&](DeviceBackend& backend) {
+    DeviceCall call{.kind = CallKind::set_calibration_freq,
+                    .arguments = {std::bit_cast<std::uint64_t>(frequency_hz)}};
+    call.results[0] = *required(divider, "divider");
+    const qx_status status = backend.call(call);
+    *divider = static_cast<std::uint32_t>(call.results[0]);
+    return status;
   });
 }
 
 qx_status qx_enable_calibration_source(qx_device* device) {
-  return on_model(device, [](DeviceModel& model) { model.enable_calibration_source(true); });
+  return plain_call(device, CallKind::enable_calibration_source);
 }
 
 qx_status qx_disable_calibration_source(qx_device* device) {
-  return on_model(device, [](DeviceModel& model) { model.enable_calibration_source(false); });
+  return plain_call(device, CallKind::disable_calibration_source);
 }
 
 qx_status qx_start_stream_mode(qx_device* device, uint32_t mode, uint32_t flags) {
-  return on_model(device, [&](DeviceModel& model) { model.start_stream(mode, flags); });
+  return plain_call(device, CallKind::start_stream_mode, mode, flags);
 }
 
 qx_status qx_stop_stream_mode(qx_device* device, bool flag) {
-  return on_model(device, [&](DeviceModel& model) { model.stop_stream(flag); });
+  return plain_call(device, CallKind::stop_stream_mode, flag);
 }
 
 qx_status qx_read_stream_bytes(qx_device* device, uint8_t* buffer, size_t capacity,
                                size_t* received, int timeout) {
-  return on_model(device, [&](DeviceModel& model) {
-    *required(received, "received") = 0;
-    const std::span<std::uint8_t> room(required(buffer, "buffer"), capacity);
-    *received = model.read_stream(room, std::chrono::milliseconds(std::max(timeout, 0)));
+  return on_device(device, [&](DeviceBackend& backend) {
+    std::size_t& count = *required(received, "received");
+    return backend.read({required(buffer, "buffer"), capacity}, count, timeout);
   });
 }

@@ -14,18 +14,6 @@ namespace {
 constexpr std::string_view unit_scheme = "ftdi://";
 constexpr std::string_view scenario_scheme = "sim://";
 
-Pace take_pace(PortQuery& query) {
-  constexpr std::size_t row = key_row("pace");
-  const std::string text = take_words(query, row).value();
-  if (text == "max") {
-    return Pace::as_read;
-  }
-  if (text != "real") {
-    throw bad_value(row, text);
-  }
-  return Pace::real_time;
-}
-
 void take_tags(PortQuery& query, DevicePort& port) {
   port.scenario = ScenarioKind::tags;
   const std::optional<std::string> file = take_words(query, key_row("file"));
@@ -37,6 +25,18 @@ void take_tags(PortQuery& query, DevicePort& port) {
 }
 
 }  // namespace
+
+Pace take_pace(PortQuery& query) {
+  constexpr std::size_t row = key_row("pace");
+  const std::string text = take_words(query, row).value();
+  if (text == "max") {
+    return Pace::as_read;
+  }
+  if (text != "real") {
+    throw bad_value(row, text);
+  }
+  return Pace::real_time;
+}
 
 DevicePort parse_device_port(std::string_view port) {
   const std::size_t name_end = std::min(port.find('?'), port.size());

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "simulator/port_query.hpp"
+
 namespace zelk::simulator {
 
 // The one unit that discovery lists.
@@ -35,5 +37,8 @@ struct DevicePort {
 // Throws Failure when `port` names no unit, with a status of its own for every
 // kind of mistake.
 DevicePort parse_device_port(std::string_view port);
+
+// Takes the key "pace".
+Pace take_pace(PortQuery& query);
 
 }  // namespace zelk::simulator

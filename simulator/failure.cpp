@@ -50,6 +50,32 @@ const char* status_text(std::int32_t status) noexcept {
       return "tag file not in time order";
     case Status::tag_channel_out_of_range:
       return "channel out of range in the tag file";
+    case Status::cannot_load_library:
+      return "cannot load the tapped library";
+    case Status::library_lacks_function:
+      return "the tapped library lacks a function of the interface";
+    case Status::recording_exists:
+      return "the recording file exists already";
+    case Status::cannot_create_recording:
+      return "cannot create the recording file";
+    case Status::cannot_write_recording:
+      return "cannot write the recording";
+    case Status::no_recording_named:
+      return "the port string names no recording file";
+    case Status::cannot_open_recording:
+      return "cannot open the recording";
+    case Status::cannot_read_recording:
+      return "cannot read the recording";
+    case Status::not_a_recording:
+      return "not a recording";
+    case Status::unknown_recording_version:
+      return "recording of an unknown version";
+    case Status::recording_cut_short:
+      return "the recording is cut short; cut_short=1 plays what there is";
+    case Status::recording_corrupted:
+      return "the recording is corrupted";
+    case Status::contradicts_recording:
+      return "contradicts the recording";
   }
   const char* const of_key = key_status_text(status);
   return of_key != nullptr ? of_key : "unknown status";

@@ -36,6 +36,20 @@ enum class Status : std::int32_t {
   malformed_tag_line = -32,
   tag_out_of_order = -33,
   tag_channel_out_of_range = -34,
+  // Taps and recordings.
+  cannot_load_library = -60,
+  library_lacks_function = -61,
+  recording_exists = -62,
+  cannot_create_recording = -63,
+  cannot_write_recording = -64,
+  no_recording_named = -65,
+  cannot_open_recording = -66,
+  cannot_read_recording = -67,
+  not_a_recording = -68,
+  unknown_recording_version = -69,
+  recording_cut_short = -70,
+  recording_corrupted = -71,
+  contradicts_recording = -72,
   // From -100 down: the values and places of the keys of port strings.
 };
 

@@ -29,6 +29,8 @@ namespace ports {
 inline constexpr std::uint32_t unit = 1U << 0;  // ftdi://, the default unit
 inline constexpr std::uint32_t tags = 1U << 1;
 inline constexpr std::uint32_t every_unit = unit | tags;
+inline constexpr std::uint32_t tap = 1U << 30;
+inline constexpr std::uint32_t replay = 1U << 31;
 }  // namespace ports
 
 struct PortKey {
@@ -54,7 +56,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .unit = "a path",
      .meaning = "the tag file to play"},
     {.name = "pace",
-     .ports = ports::tags,
+     .ports = ports::tags | ports::replay,
      .kind = KeyKind::words,
      .unit = "real or max",
      .standard = "real",
@@ -66,6 +68,25 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 4294967295,
      .standard = "1",
      .meaning = "of everything that is random; the same seed gives the same stream"},
+
+    // Tap and replay.
+    {.name = "library",
+     .ports = ports::tap,
+     .kind = KeyKind::words,
+     .unit = "a path",
+     .meaning = "the real device library"},
+    {.name = "port",
+     .ports = ports::tap,
+     .kind = KeyKind::words,
+     .unit = "a port string",
+     .meaning = "the real device, as its own library names it"},
+    {.name = "cut_short",
+     .ports = ports::replay,
+     .kind = KeyKind::whole,
+     .lowest = 0,
+     .highest = 1,
+     .standard = "0",
+     .meaning = "1 also plays a recording that was never closed, up to its last whole record"},
 
     // Link.
     {.name = "start_bits",
