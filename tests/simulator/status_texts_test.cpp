@@ -1,0 +1,73 @@
+#include "simulator/status_texts.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zelk::simulator {
+namespace {
+
+TEST(StatusTexts, WithoutAnAnswerFromElsewhereAreThisLibrarys) {
+  StatusTexts texts;
+  for (int status = -300; status <= 300; ++status) {
+    EXPECT_STREQ(texts.text(status), status_text(status)) << status;
+  }
+}
+
+TEST(StatusTexts, AreThoseOfWhoAnsweredLast) {
+  StatusTexts texts;
+  texts.answered_elsewhere(-6, "pipe stalled");
+  EXPECT_STREQ(texts.text(-6), "pipe stalled");
+  EXPECT_STREQ(texts.text(-9), status_text(-9));
+  texts.answered_elsewhere(-6, "cable unplugged");
+  EXPECT_STREQ(texts.text(-6), "cable unplugged");
+  texts.answered_here(-6);
+  EXPECT_STREQ(texts.text(-6), status_text(-6));
+}
+
+TEST(StatusTexts, StayWhereTheyAreOnceGiven) {
+  StatusTexts texts;
+  texts.answered_elsewhere(-6, "pipe stalled");
+  const char* const given = texts.text(-6);
+  texts.answered_here(-6);
+  for (int i = 0; i < 5000; ++i) {
+    texts.answered_elsewhere(i, "text " + std::to_string(i));
+    ASSERT_NE(texts.text(i), nullptr);
+  }
+  EXPECT_STREQ(given, "pipe stalled");
+}
+
+// Beyond a thousand texts there are this library's own only, for good.
+TEST(StatusTexts, DoNotTakeAllMemory) {
+  StatusTexts texts;
+  for (int i = 1; i <= 1000; ++i) {
+    texts.answered_elsewhere(i, "text " + std::to_string(i));
+  }
+  EXPECT_STREQ(texts.text(1000), "text 1000");
+  texts.answered_elsewhere(1001, "one more");
+  EXPECT_STREQ(texts.text(1001), status_text(1001));
+  texts.answered_elsewhere(1001, "text 7");
+  EXPECT_STREQ(texts.text(1001), "text 7");
+}
+
+TEST(StatusTexts, MayBeAskedForAndChangedFromAnyThread) {
+  StatusTexts texts;
+  std::vector<std::thread> threads;
+  for (int k = 0; k < 4; ++k) {
+    threads.emplace_back([&texts, k] {
+      for (int i = 0; i < 1000; ++i) {
+        texts.answered_elsewhere(-1 - i % 3, "text " + std::to_string(k));
+        EXPECT_NE(texts.text(-1 - i % 3), nullptr);
+        texts.answered_here(-1 - i % 3);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+}  // namespace
+}  // namespace zelk::simulator
