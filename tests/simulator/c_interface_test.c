@@ -1,11 +1,16 @@
-/* Drives the whole C interface from a plain C program, as a host in C would.
- * Says nothing on standard output unless something is wrong. */
+/* Drives the whole C interface from a plain C program, as a host in C would:
+ * on a simulated unit, on one behind a tap, and on its recording. The argument
+ * is the path of the library, which the tap loads. Says nothing on standard
+ * output unless something is wrong. */
+#define _XOPEN_SOURCE 700
 #include <float.h>
 #include <math.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "timing/c_api/zelk_timing.h"
 
@@ -125,6 +130,14 @@ static void check_failed_opens(void) {
       {"sim://tags?file=/nonexistent/tags.csv", "cannot open the tag file"},
       {"sim://tags?file=/", "cannot read the tag file"},
       {"sim://tags?file=/dev/null", "malformed line in the tag file"},
+      {"tap://", "the port string names no recording file"},
+      {"tap:///nonexistent/a.rec?port=ftdi://", "missing key in port string"},
+      {"tap:///nonexistent/a.rec?library=/nonexistent&port=ftdi://",
+       "cannot load the tapped library"},
+      {"replay://", "the port string names no recording file"},
+      {"replay:///nonexistent/a.rec", "cannot open the recording"},
+      {"replay:///", "cannot read the recording"},
+      {"replay://a.rec?pace=0", "port key pace takes real or max"},
   };
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
     qx_device* device = (qx_device*)&device;
@@ -232,7 +245,84 @@ static void check_streaming(qx_device* device) {
   }
 }
 
-int main(void) {
+/* The settings and the beginning of a stream, as a recording host makes them
+ * and a replaying one has to make them again. */
+static void check_recorded_run(qx_device* device, uint8_t* bytes, size_t wanted) {
+  qx_identity identity;
+  memset(&identity, 0, sizeof identity);
+  CHECK(qx_identify(device, &identity) == 0);
+  CHECK(memcmp(identity.serial, "ZK4-0001", 8) == 0);
+  CHECK(qx_load_calibration(device, 1) == 0);
+
+  qx_reference_clock clock;
+  memset(&clock, 0, sizeof clock);
+  CHECK(qx_get_reference_clock_status(device, &clock) == 0 && clock.requested == 1);
+  CHECK(qx_set_reference_clock(device, 7, 0, &clock) == -9);
+  CHECK(strcmp(qx_status_string(-9), "value out of range") == 0 && says(device, "7"));
+  CHECK(qx_set_reference_clock(device, 2, 1, &clock) == 0 && has_no_error(device));
+  CHECK(clock.requested == 2 && clock.active == 1 && clock.signal == 1 && clock.raw == 0xC);
+
+  const uint8_t masks[4] = {7, 0, 31, 255};
+  uint8_t read_back[4] = {0};
+  const uint16_t codes[4] = {0xC000, 0xC001, 0xC002, 0xC003};
+  CHECK(qx_set_tdl_active_masks(device, masks) == 0);
+  CHECK(qx_get_tdl_active_masks(device, read_back) == 0);
+  CHECK(read_back[0] == 7 && read_back[1] == 0 && read_back[2] == 31 && read_back[3] == 31);
+  CHECK(qx_set_dac_codes(device, codes) == 0);
+
+  int64_t applied = 0;
+  uint8_t bits = 0;
+  uint16_t quantum = 0;
+  uint32_t divider = 0;
+  CHECK(qx_set_input_dead_time(device, 10000, &applied) == 0 && applied == 13332);
+  CHECK(qx_set_packed_delta_config(device, 2, 100, &bits, &quantum) == 0);
+  CHECK(bits == 4 && quantum == 64);
+  CHECK(qx_set_stream_interface(device, 1, 0) == 0);
+  CHECK(qx_set_stream_channel_mask(device, 5) == 0);
+  CHECK(qx_set_calibration_freq(device, 10000.0, &divider) == 0 && divider == 30003);
+  CHECK(qx_disable_calibration_source(device) == 0);
+  CHECK(qx_enable_calibration_source(device) == 0);
+  CHECK(qx_start_stream_mode(device, 0, 0) == 0);
+  CHECK(read_all(device, bytes, wanted));
+  CHECK(qx_stop_stream_mode(device, true) == 0);
+  size_t received = 99;
+  CHECK(qx_read_stream_bytes(device, bytes, wanted, &received, 1) == -8 && received == 0);
+  CHECK(says(device, "start a stream"));
+}
+
+static void check_tap_and_replay(const char* library) {
+  char directory[] = "/tmp/zelk-c-test-XXXXXX";
+  char file[64];
+  char port[4096];
+  uint8_t recorded[64];
+  uint8_t played[64];
+  qx_device* device = NULL;
+  CHECK(mkdtemp(directory) != NULL);
+  snprintf(file, sizeof file, "%s/a.rec", directory);
+
+  snprintf(port, sizeof port, "tap://%s?library=%s&port=ftdi%%3A//", file, library);
+  CHECK(qx_open(&device, port, 115200) == 0 && device != NULL);
+  check_recorded_run(device, recorded, sizeof recorded);
+  CHECK(qx_identify(device, NULL) != 0 && says(device, "identity"));
+  CHECK(qx_read_stream_bytes(device, NULL, 8, NULL, 0) != 0 && says(device, "received"));
+  qx_close(device);
+  CHECK(qx_open_serial(&device, port) != 0 && device == NULL);
+
+  static const char* const paces[] = {"real", "max"};
+  for (size_t i = 0; i < sizeof paces / sizeof paces[0]; ++i) {
+    snprintf(port, sizeof port, "replay://%s?pace=%s", file, paces[i]);
+    CHECK(qx_open_serial(&device, port) == 0 && device != NULL);
+    CHECK(qx_set_stream_channel_mask(device, 6) != 0);
+    CHECK(says(device, "set_stream_channel_mask(6)") && says(device, "set_stream_channel_mask(5)"));
+    check_recorded_run(device, played, sizeof played);
+    CHECK(memcmp(recorded, played, sizeof played) == 0);
+    qx_close(device);
+  }
+  unlink(file);
+  rmdir(directory);
+}
+
+int main(int argc, char** argv) {
   check_null_pointers();
   check_discovery();
   check_failed_opens();
@@ -243,6 +333,10 @@ int main(void) {
     check_settings(device);
     check_streaming(device);
     qx_close(device); /* while streaming */
+  }
+  CHECK(argc == 2);
+  if (argc == 2) {
+    check_tap_and_replay(argv[1]);
   }
   for (qx_status status = -300; status <= 300; ++status) {
     CHECK(qx_status_string(status) != NULL && qx_status_string(status)[0] != '\0');
