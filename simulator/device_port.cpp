@@ -56,6 +56,7 @@ DevicePort parse_device_port(std::string_view port) {
   }
   parsed.seed = static_cast<std::uint32_t>(take_whole(query, key_row("seed")));
   parsed.start_bits = static_cast<std::uint32_t>(take_whole(query, key_row("start_bits")));
+  parsed.faults = take_fault_plan(query);
   expect_all_taken(query);
   return parsed;
 }

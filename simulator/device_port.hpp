@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "simulator/fault_plan.hpp"
 #include "simulator/port_query.hpp"
 
 namespace zelk::simulator {
@@ -32,6 +33,7 @@ struct DevicePort {
   Pace pace = Pace::real_time;   // of ScenarioKind::tags
   std::uint32_t seed = 1;        // of everything that is random
   std::uint32_t start_bits = 0;  // missing at the front of each packed_delta stream
+  FaultPlan faults{};
 };
 
 // Throws Failure when `port` names no unit, with a status of its own for every

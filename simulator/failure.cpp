@@ -50,6 +50,10 @@ const char* status_text(std::int32_t status) noexcept {
       return "tag file not in time order";
     case Status::tag_channel_out_of_range:
       return "channel out of range in the tag file";
+    case Status::malformed_discovery:
+      return "malformed value of ZELK_SIM_DISCOVERY";
+    case Status::unit_vanished:
+      return "the unit has vanished";
     case Status::cannot_load_library:
       return "cannot load the tapped library";
     case Status::library_lacks_function:

@@ -36,6 +36,9 @@ enum class Status : std::int32_t {
   malformed_tag_line = -32,
   tag_out_of_order = -33,
   tag_channel_out_of_range = -34,
+  // Faults that the port string or the environment asks for.
+  malformed_discovery = -40,
+  unit_vanished = -41,
   // Taps and recordings.
   cannot_load_library = -60,
   library_lacks_function = -61,

@@ -2,6 +2,7 @@
 
 #include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
+#include "simulator/faulty_device.hpp"
 #include "simulator/unit.hpp"
 
 namespace zelk::simulator {
@@ -10,7 +11,8 @@ std::unique_ptr<DeviceModel> open_device_model(std::string_view port, std::optio
   if (rate && *rate <= 0) {
     throw Failure(Status::invalid_argument, "the line rate must be above 0");
   }
-  return std::make_unique<Unit>(parse_device_port(port));
+  const DevicePort parsed = parse_device_port(port);
+  return with_faults(std::make_unique<Unit>(parsed), parsed.faults, parsed.seed);
 }
 
 }  // namespace zelk::simulator

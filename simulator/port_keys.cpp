@@ -141,6 +141,11 @@ double take_number(PortQuery& query, std::size_t row) {
   return number_in_range<double>(taken_or_default(query, row), row);
 }
 
+std::optional<double> take_optional_number(PortQuery& query, std::size_t row) {
+  const std::optional<std::string> text = query.take(port_keys[row].name);
+  return text ? std::optional(number_in_range<double>(*text, row)) : std::nullopt;
+}
+
 std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query, std::size_t row) {
   const std::string text = taken_or_default(query, row);
   std::array<double, timing::channel_count> numbers{};

@@ -50,10 +50,17 @@ void PortQuery::add(std::string_view item) {
       throw Failure(Status::repeated_port_key, "key " + quoted(key) + " given twice");
     }
   }
-  items_.emplace_back(key, percent_decoded(item.substr(equals + 1)));
+  const std::string_view value = item.substr(equals + 1);
+  percent_decoded(value);  // only to refuse a bad one
+  items_.emplace_back(key, value);
 }
 
 std::optional<std::string> PortQuery::take(std::string_view key) {
+  const std::optional<std::string> encoded = take_encoded(key);
+  return encoded ? std::optional(percent_decoded(*encoded)) : std::nullopt;
+}
+
+std::optional<std::string> PortQuery::take_encoded(std::string_view key) {
   const auto found = std::find_if(items_.begin(), items_.end(),
                                   [key](const auto& item) { return item.first == key; });
   if (found == items_.end()) {

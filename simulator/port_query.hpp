@@ -26,13 +26,17 @@ class PortQuery {
 
   std::optional<std::string> take(std::string_view key);
 
+  // The value as it was written, for one whose own signs may not be told from
+  // those that are written as %XX once these are undone.
+  std::optional<std::string> take_encoded(std::string_view key);
+
   // A key that nobody has taken.
   [[nodiscard]] std::optional<std::string_view> first_left() const;
 
  private:
   void add(std::string_view item);
 
-  std::vector<std::pair<std::string, std::string>> items_;
+  std::vector<std::pair<std::string, std::string>> items_;  // values as they were written
 };
 
 }  // namespace zelk::simulator

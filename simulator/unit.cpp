@@ -54,6 +54,7 @@ PackedDeltaSettings accepted_packed_delta(std::uint8_t bits, std::uint16_t quant
 Unit::Unit(DevicePort port)
     : port_(std::move(port)),
       scenario_(port_),
+      reference_clock_(port_.faults.external_reference),
       calibration_divider_(calibration_divider(default_calibration_hz)) {}
 
 void Unit::expect_idle(const char* request) const {

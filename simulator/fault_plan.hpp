@@ -1,0 +1,117 @@
+// The faults that a port string asks for. A plan is a plain value: what goes
+// wrong, and when. Times are in seconds from the start of the stream, without
+// end where no length is given; probabilities lie in [0, 1].
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/reference_clock.hpp"
+
+namespace zelk::simulator {
+
+class PortQuery;
+
+// The calls on a device that return a status, and both ways of opening one.
+enum class Call : std::uint8_t {
+  open,
+  identify,
+  load_calibration,
+  get_reference_clock_status,
+  set_reference_clock,
+  set_tdl_active_masks,
+  get_tdl_active_masks,
+  set_dac_codes,
+  set_input_dead_time,
+  set_packed_delta_config,
+  set_stream_interface,
+  set_stream_channel_mask,
+  set_calibration_freq,
+  enable_calibration_source,
+  disable_calibration_source,
+  start_stream_mode,
+  stop_stream_mode,
+  read_stream_bytes,
+};
+
+// Their names, without "qx_" in front, in the order of Call.
+inline constexpr std::array<std::string_view, 18> call_names{
+    "open",
+    "identify",
+    "load_calibration",
+    "get_reference_clock_status",
+    "set_reference_clock",
+    "set_tdl_active_masks",
+    "get_tdl_active_masks",
+    "set_dac_codes",
+    "set_input_dead_time",
+    "set_packed_delta_config",
+    "set_stream_interface",
+    "set_stream_channel_mask",
+    "set_calibration_freq",
+    "enable_calibration_source",
+    "disable_calibration_source",
+    "start_stream_mode",
+    "stop_stream_mode",
+    "read_stream_bytes",
+};
+static_assert(static_cast<std::size_t>(Call::read_stream_bytes) + 1 == call_names.size());
+
+struct FailingCall {
+  Call call = Call::open;
+  std::int32_t status = 0;             // never 0
+  std::string last_error{};            // may be empty
+  std::optional<std::int64_t> only{};  // the one call that fails, counted from 1
+  std::optional<double> from_s{};
+
+  bool operator==(const FailingCall&) const = default;
+};
+
+struct FaultWindow {
+  std::optional<double> at_s{};  // none: never
+  std::optional<double> for_s{};
+
+  bool operator==(const FaultWindow&) const = default;
+};
+
+// Damage that may happen anywhere in the stream.
+struct DamageRates {
+  double flip_bits = 0;     // of each bit
+  double lose_bytes = 0;    // of each byte
+  double insert_bytes = 0;  // before each byte
+  double remove_bits = 0;   // of each bit
+  double insert_bits = 0;   // before each bit
+
+  bool operator==(const DamageRates&) const = default;
+};
+
+struct FaultPlan {
+  std::vector<FailingCall> failing_calls{};  // of several for one call the first that applies
+  FaultWindow silent{};
+  FaultWindow empty{};
+  std::optional<double> hang_at_s{};
+  std::optional<double> vanish_at_s{};
+  DamageRates damage{};
+  std::optional<double> remove_bit_at_s{};
+  std::optional<double> insert_bit_at_s{};
+  std::optional<double> zeros_at_s{};
+  std::optional<double> ones_at_s{};
+  std::optional<std::int32_t> reference_unavailable{};  // the status of its calls
+  std::optional<double> reference_lost_at_s{};
+  ExternalReference external_reference = ExternalReference::none;
+
+  // Whether the stream's bytes are touched.
+  [[nodiscard]] bool damages_stream() const;
+
+  bool operator==(const FaultPlan&) const = default;
+};
+
+// Takes the keys of the faults. Throws Failure for a bad value.
+FaultPlan take_fault_plan(PortQuery& query);
+
+}  // namespace zelk::simulator
