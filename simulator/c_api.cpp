@@ -4,11 +4,13 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #pragma GCC visibility push(default)
 #include "timing/c_api/zelk_timing.h"
@@ -16,20 +18,20 @@
 
 #include "simulator/call_records.hpp"
 #include "simulator/device_backend.hpp"
-#include "simulator/device_port.hpp"
+#include "simulator/discovery.hpp"
 #include "simulator/failure.hpp"
 #include "simulator/open_backend.hpp"
 #include "simulator/status_texts.hpp"
-#include "simulator/unit.hpp"
+#include "timing/time_tag.hpp"
 
 namespace {
 
 using zelk::simulator::CallKind;
 using zelk::simulator::clock_from_words;
 using zelk::simulator::clock_to_words;
-using zelk::simulator::default_unit_port;
 using zelk::simulator::DeviceBackend;
 using zelk::simulator::DeviceCall;
+using zelk::simulator::DiscoveredUnit;
 using zelk::simulator::Failure;
 using zelk::simulator::ForwardedFailure;
 using zelk::simulator::from_words;
@@ -105,12 +107,15 @@ struct qx_device {
 };
 
 struct qx_discovery {
-  qx_identity identity;
+  std::vector<DiscoveredUnit> units;
 };
 
 namespace {
 
-constexpr std::size_t discovered_units = 1;
+// Null for an index outside the list.
+const DiscoveredUnit* discovered(const qx_discovery* list, std::size_t index) noexcept {
+  return list != nullptr && index < list->units.size() ? &list->units[index] : nullptr;
+}
 
 // Runs `action` on what stands behind `device`.
 template <typename Action>
@@ -144,21 +149,23 @@ qx_status qx_discover(qx_discovery** list) {
   return guarded(nullptr, [&] {
     *required(list, "list") = nullptr;
     *list = new qx_discovery{
-        zelk::simulator::unit_identity(zelk::simulator::parse_device_port(default_unit_port))};
+        zelk::simulator::discovered_units(std::getenv(zelk::simulator::discovery_variable))};
     return code(Status::success);
   });
 }
 
 size_t qx_discover_count(const qx_discovery* list) {
-  return list != nullptr ? discovered_units : 0;
+  return list != nullptr ? list->units.size() : 0;
 }
 
 const char* qx_discover_port(const qx_discovery* list, size_t index) {
-  return index < qx_discover_count(list) ? default_unit_port.data() : nullptr;
+  const DiscoveredUnit* const unit = discovered(list, index);
+  return unit != nullptr && unit->port ? unit->port->c_str() : nullptr;
 }
 
 const qx_identity* qx_discover_identity(const qx_discovery* list, size_t index) {
-  return index < qx_discover_count(list) ? &list->identity : nullptr;
+  const DiscoveredUnit* const unit = discovered(list, index);
+  return unit != nullptr && unit->identity ? &*unit->identity : nullptr;
 }
 
 void qx_discover_free(qx_discovery* list) {

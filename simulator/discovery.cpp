@@ -1,0 +1,67 @@
+#include "simulator/discovery.hpp"
+
+#include <charconv>
+#include <cstdint>
+#include <string_view>
+
+#include "simulator/device_port.hpp"
+#include "simulator/failure.hpp"
+#include "simulator/unit.hpp"
+
+namespace zelk::simulator {
+namespace {
+
+constexpr std::string_view fail_prefix = "fail:";
+constexpr std::string_view port_prefix = "port:";
+
+Failure malformed(std::string_view request) {
+  return {Status::malformed_discovery, std::string(discovery_variable) + "=" +
+                                           std::string(request) +
+                                           ": fail:STATUS, empty, null or port:PORT"};
+}
+
+// Throws the failure that `request` asks for.
+[[noreturn]] void fail(std::string_view request) {
+  const std::string_view text = request.substr(fail_prefix.size());
+  std::int32_t status = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, status);
+  if (error != std::errc{} || rest != end || status == 0) {
+    throw malformed(request);
+  }
+  throw Failure(static_cast<Status>(status), "discovery fails as asked");
+}
+
+// None for a port that names no simulated unit: opening it will tell why.
+std::optional<qx_identity> identity_at(std::string_view port) {
+  try {
+    return unit_identity(parse_device_port(port));
+  } catch (const Failure&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+std::vector<DiscoveredUnit> discovered_units(const char* request) {
+  const std::string_view text = request != nullptr ? request : "";
+  if (request == nullptr) {
+    return {{std::string(default_unit_port), identity_at(default_unit_port)}};
+  }
+  if (text.starts_with(fail_prefix)) {
+    fail(text);
+  }
+  if (text == "empty") {
+    return {};
+  }
+  if (text == "null") {
+    return {{std::nullopt, std::nullopt}};
+  }
+  if (text.starts_with(port_prefix)) {
+    const std::string_view port = text.substr(port_prefix.size());
+    return {{std::string(port), identity_at(port)}};
+  }
+  throw malformed(text);
+}
+
+}  // namespace zelk::simulator
