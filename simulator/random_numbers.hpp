@@ -8,6 +8,33 @@
 
 namespace zelk::simulator {
 
+// What random numbers are for. Every purpose draws from a stream of its own,
+// so that a change of one leaves the others as they were.
+enum class RandomPurpose : std::uint8_t {
+  pulses,
+  random,
+  pairs,
+  background,
+  detector,
+  delay_line,
+  read_sizes,
+  calibration,
+};
+
+// The seed of the random numbers for one purpose, one channel (or other
+// number) of a unit that was opened with `seed`.
+constexpr std::uint64_t stream_seed(std::uint32_t seed, RandomPurpose purpose,
+                                    std::size_t channel = 0) {
+  // Neighbouring numbers are mixed far apart.
+  std::uint64_t mixed = std::uint64_t{seed} << 16 | static_cast<std::uint64_t>(purpose) << 8 |
+                        static_cast<std::uint64_t>(channel);
+  for (int round = 0; round < 2; ++round) {
+    mixed = (mixed + 0x9E3779B97F4A7C15) * 0xBF58476D1CE4E5B9;
+    mixed ^= mixed >> 29;
+  }
+  return mixed;
+}
+
 class RandomNumbers {
  public:
   explicit RandomNumbers(std::uint64_t seed) : engine_(seed) {}
@@ -15,7 +42,8 @@ class RandomNumbers {
   // Uniform in (0, 1].
   double uniform() { return static_cast<double>((engine_() >> 11) + 1) * 0x1p-53; }
 
-  // Waiting time, in the unit of `mean`, of a process without memory.
+  // Waiting time, in the unit of `mean`, of a process without memory. `mean`
+  // is finite.
   double exponential(double mean) { return -std::log(uniform()) * mean; }
 
   // Bell-shaped with mean 0 and standard deviation `rms_ps`, never further out
@@ -32,5 +60,11 @@ class RandomNumbers {
  private:
   std::mt19937_64 engine_;
 };
+
+// The mean waiting time between events at `rate_hz`, above 0. Rates so low that
+// nothing ever happens share one long time, so that sums stay finite.
+inline double mean_wait_ps(double rate_hz) {
+  return std::fmin(1e12 / rate_hz, 1e30);
+}
 
 }  // namespace zelk::simulator

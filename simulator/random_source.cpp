@@ -5,7 +5,7 @@
 namespace zelk::simulator {
 
 RandomSource::RandomSource(std::uint8_t channel, double rate_hz, std::uint64_t seed)
-    : channel_(channel), mean_wait_ps_(1e12 / rate_hz), random_(seed) {}
+    : channel_(channel), mean_wait_ps_(mean_wait_ps(rate_hz)), random_(seed) {}
 
 void RandomSource::next_group(EventGroup& group) {
   const double wait_ps = random_.exponential(mean_wait_ps_);
