@@ -4,6 +4,7 @@
 #include <string>
 
 #include "simulator/failure.hpp"
+#include "simulator/random_numbers.hpp"
 
 namespace zelk::simulator {
 
@@ -23,6 +24,10 @@ FrontEnd::FrontEnd(const FrontEndSettings& settings)
     channels_[i].enabled = (settings.channel_mask >> i & 1) != 0;
     channels_[i].has_delay_line = (settings.delay_line_masks[i] & all_delay_lines_mask) != 0;
     channels_[i].threshold_v = threshold_v(settings.threshold_codes[i]);
+    if (settings.bin_nonuniformity > 0) {
+      channels_[i].delay_line = std::make_unique<const DelayLine>(
+          settings.bin_nonuniformity, stream_seed(settings.seed, RandomPurpose::delay_line, i));
+    }
   }
 }
 

@@ -6,7 +6,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
+#include "simulator/delay_line.hpp"
 #include "simulator/signal_source.hpp"
 #include "timing/time_tag.hpp"
 
@@ -31,6 +33,9 @@ struct FrontEndSettings {
   std::array<std::uint8_t, timing::channel_count> delay_line_masks{
       all_delay_lines_mask, all_delay_lines_mask, all_delay_lines_mask, all_delay_lines_mask};
   std::int64_t dead_time_ps = 0;
+  // Of the delay lines' taps, 0 to 1. Lines without any give exact times.
+  double bin_nonuniformity = 0;
+  std::uint32_t seed = 1;  // of the unit, for the taps' widths
 };
 
 // What a threshold code means: 0 V to 4 V in 65535 steps, codes counting as
@@ -47,16 +52,16 @@ class FrontEnd {
  public:
   explicit FrontEnd(const FrontEndSettings& settings);
 
-  // Whether `event` makes a tag; only then is `tag` written. The times of a
-  // channel's tags always rise: an event that is not later than the channel's
-  // tag before it is lost in the dead time, however short.
-  bool detect(const Event& event, timing::TimeTag& tag) {
+  // Whether `event`, which comes when the unit's clock shows `shown_ps`, makes a
+  // tag; only then is `tag` written. The times of a channel's tags always rise:
+  // an event that is not later than the channel's tag before it is lost in the
+  // dead time, however short.
+  bool detect(const Event& event, std::int64_t shown_ps, timing::TimeTag& tag) {
     Channel& channel = channels_[event.channel];
     if (!channel.enabled || event.amplitude_v < channel.threshold_v) {
       return false;
     }
-    const std::int64_t time_ps =
-        channel.has_delay_line ? event.time_ps : next_clock_edge_ps(event.time_ps);
+    const std::int64_t time_ps = channel.measured_ps(shown_ps);
     if (time_ps < channel.ready_ps) {
       return false;
     }
@@ -65,12 +70,25 @@ class FrontEnd {
     return true;
   }
 
+  // The same on a clock that shows the event's own time.
+  bool detect(const Event& event, timing::TimeTag& tag) {
+    return detect(event, event.time_ps, tag);
+  }
+
  private:
   struct Channel {
+    [[nodiscard]] std::int64_t measured_ps(std::int64_t time_ps) const {
+      if (!has_delay_line) {
+        return next_clock_edge_ps(time_ps);
+      }
+      return delay_line ? delay_line->measured_ps(time_ps) : time_ps;
+    }
+
     bool enabled = false;
     // Without a delay line only the coarse counter is left, and it latches at
     // the first clock edge that is not before the event.
     bool has_delay_line = false;
+    std::unique_ptr<const DelayLine> delay_line;  // null: an exact one
     double threshold_v = 0;
     std::int64_t ready_ps = 0;  // the earliest time that the next tag can have
   };
