@@ -129,4 +129,19 @@ Recording read_tag_file(const std::string& path) {
   }
 }
 
+// A round that would not be over by the end of time is not begun.
+bool RecordedSource::start_again() {
+  if (gap_ps_ == 0 || recording_->empty()) {
+    return false;
+  }
+  const std::int64_t last_ps = recording_->back().time_ps();
+  const std::int64_t round_ps = last_ps - recording_->front().time_ps() + gap_ps_;
+  if (round_ps >= end_of_time_ps - last_ps - shift_ps_) {
+    return false;
+  }
+  shift_ps_ += round_ps;
+  next_ = 0;
+  return true;
+}
+
 }  // namespace zelk::simulator

@@ -35,22 +35,32 @@ Recording read_tag_file(const std::string& path);
 // Plays a recording, which it shares with the unit that read it.
 class RecordedSource final : public SignalSource {
  public:
+  // Once.
   explicit RecordedSource(std::shared_ptr<const Recording> recording)
       : recording_(std::move(recording)) {}
 
+  // Again and again: each round's first tag comes `gap_ps`, above 0, after the
+  // last tag of the round before.
+  RecordedSource(std::shared_ptr<const Recording> recording, std::int64_t gap_ps)
+      : recording_(std::move(recording)), gap_ps_(gap_ps) {}
+
   const Event* peek() override {
-    if (next_ == recording_->size()) {
+    if (next_ == recording_->size() && !start_again()) {
       return nullptr;
     }
     const RecordedTag tag = (*recording_)[next_];
-    event_ = {tag.time_ps(), input_pulse_v, tag.channel()};
+    event_ = {shift_ps_ + tag.time_ps(), input_pulse_v, tag.channel()};
     return &event_;
   }
 
   void pop() override { ++next_; }
 
  private:
+  bool start_again();
+
   std::shared_ptr<const Recording> recording_;
+  std::int64_t gap_ps_ = 0;    // 0: once
+  std::int64_t shift_ps_ = 0;  // of this round against the recording
   std::size_t next_ = 0;
   Event event_;
 };

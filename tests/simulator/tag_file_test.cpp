@@ -133,5 +133,35 @@ TEST(RecordedSource, PlaysTheRecordingOnce) {
   EXPECT_EQ(source.peek(), nullptr);
 }
 
+TEST(RecordedSource, ALoopBeginsEachRoundTheGapAfterTheLastTag) {
+  auto recording = std::make_shared<Recording>();
+  recording->emplace_back(std::uint8_t{3}, 11);
+  recording->emplace_back(std::uint8_t{0}, 15);
+  RecordedSource source(recording, 100);
+  for (const std::int64_t time_ps : {11, 15, 115, 119, 219, 223}) {
+    ASSERT_NE(source.peek(), nullptr);
+    EXPECT_EQ(source.peek()->time_ps, time_ps);
+    source.pop();
+  }
+}
+
+TEST(RecordedSource, ALoopEndsAtTheEndOfTime) {
+  auto recording = std::make_shared<Recording>();
+  recording->emplace_back(std::uint8_t{0}, 0);
+  recording->emplace_back(std::uint8_t{0}, end_of_time_ps / 4);
+  RecordedSource source(recording, 1);
+  int tags = 0;
+  for (; source.peek() != nullptr; source.pop()) {
+    EXPECT_LT(source.peek()->time_ps, end_of_time_ps);
+    ++tags;
+  }
+  EXPECT_EQ(tags, 6);
+}
+
+TEST(RecordedSource, ALoopOfNothingIsSilent) {
+  RecordedSource source(std::make_shared<Recording>(), 1);
+  EXPECT_EQ(source.peek(), nullptr);
+}
+
 }  // namespace
 }  // namespace zelk::simulator
