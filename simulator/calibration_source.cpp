@@ -10,7 +10,6 @@
 namespace zelk::simulator {
 namespace {
 
-constexpr std::uint64_t seed = 0x5EED0CA1;
 constexpr double max_divider = std::numeric_limits<std::uint32_t>::max();
 
 [[noreturn]] void refuse(double frequency_hz, const char* reason) {
@@ -36,7 +35,7 @@ std::uint32_t calibration_divider(double frequency_hz) {
   return static_cast<std::uint32_t>(divider);
 }
 
-CalibrationSource::CalibrationSource(std::uint32_t divider)
+CalibrationSource::CalibrationSource(std::uint32_t divider, std::uint64_t seed)
     : period_ps_(std::int64_t{divider} * timing::clock_period_ps), random_(seed) {}
 
 void CalibrationSource::next_group(EventGroup& group) {

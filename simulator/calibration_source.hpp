@@ -27,7 +27,8 @@ class CalibrationSource final : public GroupSource {
   // than one clock period, so pulses never overtake each other.
   static constexpr std::array<std::int64_t, timing::channel_count> skew_ps{0, 25, 40, 65};
 
-  explicit CalibrationSource(std::uint32_t divider);
+  // `seed` is that of the jitter.
+  explicit CalibrationSource(std::uint32_t divider, std::uint64_t seed = 0x5EED0CA1);
 
  private:
   void next_group(EventGroup& group) override;

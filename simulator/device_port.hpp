@@ -3,12 +3,17 @@
 // signals of a scenario.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "simulator/detector_source.hpp"
 #include "simulator/fault_plan.hpp"
+#include "simulator/link.hpp"
+#include "simulator/pair_source.hpp"
 #include "simulator/port_query.hpp"
+#include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
 
@@ -19,19 +24,47 @@ inline constexpr std::string_view default_unit_port = "ftdi://ZK4-0001";
 enum class ScenarioKind {
   default_unit,  // correlated pairs over random background
   tags,          // recorded tags
+  pulses,        // periodic pulses
+  random,        // random events
+  pairs,         // correlated pairs
+  burst,         // trains at the highest rate that the link carries
+  silent,        // nothing
 };
 
-// How fast recorded tags arrive.
+// How fast a stream arrives.
 enum class Pace {
   real_time,
   as_read,  // as fast as the host reads
 };
 
+using ChannelNumbers = std::array<double, timing::channel_count>;
+
+// A unit as its keys describe it; the keys' rows say what the numbers mean.
 struct DevicePort {
   ScenarioKind scenario = ScenarioKind::default_unit;
-  std::string tag_file;          // of ScenarioKind::tags
-  Pace pace = Pace::real_time;   // of ScenarioKind::tags
-  std::uint32_t seed = 1;        // of everything that is random
+  Pace pace = Pace::real_time;
+  std::uint32_t seed = 1;  // of everything that is random
+
+  // Signals of the scenarios.
+  std::string tag_file;
+  bool loop = false;
+  std::int64_t loop_gap_ps = 0;
+  double pulse_frequency_hz = 0;
+  ChannelNumbers pulse_delay_ps{};
+  double jitter_rms_ps = 0;
+  ChannelNumbers random_rate_hz{};
+  PairSettings pairs;
+  std::int64_t burst_ps = 0;
+  std::int64_t pause_ps = 0;
+
+  // Around every signal.
+  ChannelNumbers background_hz{};
+  DetectorSettings detector;
+  double drift_ppm = 0;
+  double start_epoch_ms = 0;
+  double bin_nonuniformity = 0;
+
+  LinkSettings link;
   std::uint32_t start_bits = 0;  // missing at the front of each packed_delta stream
   FaultPlan faults{};
 };

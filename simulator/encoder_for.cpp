@@ -3,6 +3,7 @@
 #include "simulator/delta32_encoder.hpp"
 #include "simulator/packed_delta_encoder.hpp"
 #include "simulator/raw64_encoder.hpp"
+#include "timing/wire_format.hpp"
 
 namespace zelk::simulator {
 
@@ -22,6 +23,19 @@ std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::Stream
                                                   start_bits);
   }
   return nullptr;
+}
+
+int bits_per_tag(timing::Format format, const PackedDeltaSettings& packed_delta) {
+  namespace wire = timing::wire;
+  switch (format) {
+    case timing::Format::raw64:
+      break;
+    case timing::Format::delta32:
+      return 8 * static_cast<int>(wire::delta32::word_bytes);
+    case timing::Format::packed_delta:
+      return packed_delta.bits + wire::packed_delta::header_bits;
+  }
+  return 8 * static_cast<int>(wire::raw64::record_bytes);
 }
 
 }  // namespace zelk::simulator

@@ -18,4 +18,8 @@ std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::Stream
                                            const PackedDeltaSettings& packed_delta = {},
                                            std::uint32_t start_bits = 0);
 
+// Bits that a tag takes in `format` when it comes soon after the one before it
+// on its channel.
+int bits_per_tag(timing::Format format, const PackedDeltaSettings& packed_delta);
+
 }  // namespace zelk::simulator

@@ -7,6 +7,7 @@
 #include "simulator/device_port.hpp"
 #include "simulator/signal_source.hpp"
 #include "simulator/tag_file.hpp"
+#include "simulator/time_base.hpp"
 
 namespace zelk::simulator {
 
@@ -15,6 +16,13 @@ struct Signal {
   std::unique_ptr<SignalSource> source;
   std::int64_t origin_ps = 0;  // the event time at which the stream starts
   Pace pace = Pace::real_time;
+  TimeBase time_base{};  // the unit's clock while the stream runs
+};
+
+// What a signal has to know of the stream that it is for.
+struct StreamShape {
+  std::uint8_t channel_mask = 0xF;
+  int bits_per_tag = 64;  // of a tag that comes soon after the one before
 };
 
 // Owned by the unit. Each start of a stream gets the same signal anew.
@@ -23,11 +31,18 @@ class Scenario {
   // Reads the tag file when there is one; throws Failure when that is bad.
   explicit Scenario(const DevicePort& port);
 
-  [[nodiscard]] Signal start() const;
+  [[nodiscard]] Signal start(const StreamShape& shape = {}) const;
 
  private:
-  Pace pace_;
-  std::shared_ptr<const Recording> recording_;  // null: the default unit's signals
+  [[nodiscard]] std::unique_ptr<SignalSource> light(const StreamShape& shape) const;
+
+  DevicePort port_;
+  std::shared_ptr<const Recording> recording_;  // of ScenarioKind::tags
 };
+
+// What the unit's clock shows when a stream starts, without a recording: 0, or
+// `before_wrap_ms` before the coarse counter wraps when that is above 0, in
+// whole periods of the clock.
+std::int64_t first_shown_ps(double before_wrap_ms);
 
 }  // namespace zelk::simulator

@@ -1,6 +1,8 @@
 #include "simulator/stream_session.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
 #include <thread>
 #include <utility>
@@ -15,32 +17,82 @@ constexpr std::size_t max_read_bytes = std::size_t{1} << 18;
 // cannot hold a read beyond its time-out.
 constexpr unsigned events_per_look = 4096;
 
+// Sizes of short reads: around packets and records, and across both.
+constexpr std::array<std::size_t, 12> short_read_bytes{1,  2,   3,   5,   7,    13,
+                                                       63, 257, 511, 513, 1021, 4099};
+
+// The buffer is cut when this much at its front has been handed over.
+constexpr std::size_t max_handed_over = std::size_t{1} << 18;
+
+std::size_t whole_packets(std::size_t bytes) {
+  return bytes < usb_packet_bytes ? bytes : bytes - bytes % usb_packet_bytes;
+}
+
 }  // namespace
 
 StreamSession::StreamSession(Signal signal, const FrontEndSettings& front_end,
-                             std::unique_ptr<StreamEncoder> encoder)
+                             std::unique_ptr<StreamEncoder> encoder, const LinkSettings& link,
+                             std::uint64_t read_seed)
     : source_(std::move(signal.source)),
       clock_(signal.pace, signal.origin_ps, Clock::now()),
+      time_base_(signal.time_base),
       front_end_(front_end),
-      encoder_(std::move(encoder)) {}
+      encoder_(std::move(encoder)),
+      short_reads_(link.short_reads),
+      read_sizes_(read_seed) {
+  if (signal.pace == Pace::real_time) {
+    link_.emplace(link, signal.origin_ps);
+  }
+}
 
-// One pass per event, with three calls through a table: peek, append and pop.
-void StreamSession::fill(std::size_t wanted_bytes, Clock::time_point deadline) {
-  if (encoder_ == nullptr) {
+void StreamSession::write(const Event& event) {
+  timing::TimeTag tag;
+  if (!front_end_.detect(event, time_base_.shown_at(event.time_ps), tag) ||
+      (link_ && !link_->has_room())) {
     return;
   }
+  const std::size_t before = bytes_.size();
+  encoder_->append(tag, bytes_);
+  if (link_) {
+    link_->write(bytes_.size() - before);
+  }
+}
+
+void StreamSession::flush() {
+  const std::size_t before = bytes_.size();
+  encoder_->flush(bytes_);
+  if (link_) {
+    link_->write(bytes_.size() - before);
+  }
+}
+
+// Everything up to the present has to pass the link before the host takes
+// anything: the room that this makes comes too late for earlier tags.
+void StreamSession::fill_real_time(Clock::time_point deadline) {
   const std::int64_t visible_before_ps = clock_.visible_before_ps(Clock::now());
-  timing::TimeTag tag;
   unsigned events = 0;
-  while (bytes_.size() < wanted_bytes) {
-    const Event* const event = source_->peek();
-    if (event == nullptr || event->time_ps >= visible_before_ps) {
-      encoder_->flush(bytes_);
+  for (const Event* event = source_->peek(); event != nullptr && event->time_ps < visible_before_ps;
+       event = source_->peek()) {
+    link_->advance_to(event->time_ps);
+    write(*event);
+    source_->pop();
+    if (++events % events_per_look == 0 && Clock::now() >= deadline) {
       return;
     }
-    if (front_end_.detect(*event, tag)) {
-      encoder_->append(tag, bytes_);
+  }
+  flush();
+  link_->advance_to(visible_before_ps);
+}
+
+void StreamSession::fill_as_read(std::size_t wanted_bytes, Clock::time_point deadline) {
+  unsigned events = 0;
+  while (readable() < wanted_bytes) {
+    const Event* const event = source_->peek();
+    if (event == nullptr) {
+      flush();
+      return;
     }
+    write(*event);
     source_->pop();
     if (++events % events_per_look == 0 && Clock::now() >= deadline) {
       return;
@@ -48,31 +100,54 @@ void StreamSession::fill(std::size_t wanted_bytes, Clock::time_point deadline) {
   }
 }
 
+std::size_t StreamSession::readable() const {
+  return link_ ? link_->readable() : bytes_.size() - handed_over_;
+}
+
 std::size_t StreamSession::hand_over(std::span<std::uint8_t> buffer) {
-  const std::size_t count = std::min(buffer.size(), bytes_.size() - handed_over_);
-  if (count != 0) {
-    std::memcpy(buffer.data(), bytes_.data() + handed_over_, count);
+  std::size_t count = std::min(buffer.size(), readable());
+  if (count == 0) {
+    return 0;
   }
+  if (short_reads_) {
+    const double place = read_sizes_.uniform() * static_cast<double>(short_read_bytes.size());
+    count = std::min(count, short_read_bytes[static_cast<std::size_t>(std::ceil(place)) - 1]);
+  }
+  std::memcpy(buffer.data(), bytes_.data() + handed_over_, count);
   handed_over_ += count;
+  if (link_) {
+    link_->read(count);
+  }
   if (handed_over_ == bytes_.size()) {
     bytes_.clear();
+    handed_over_ = 0;
+  } else if (handed_over_ >= max_handed_over && handed_over_ >= bytes_.size() / 2) {
+    bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(handed_over_));
     handed_over_ = 0;
   }
   return count;
 }
 
+// Only called when nothing can be read.
 StreamSession::Clock::time_point StreamSession::next_arrival(Clock::time_point deadline) {
-  const Event* const event = encoder_ != nullptr ? source_->peek() : nullptr;
+  if (link_ && !link_->is_empty()) {
+    return std::min(deadline, clock_.visible_at(clock_.visible_before_ps(Clock::now())));
+  }
+  const Event* const event = source_->peek();
   return event == nullptr ? deadline : std::min(deadline, clock_.visible_at(event->time_ps));
 }
 
 std::size_t StreamSession::read(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
+  const std::span<std::uint8_t> room =
+      buffer.first(whole_packets(std::min(buffer.size(), max_read_bytes)));
   for (;;) {
-    if (bytes_.empty()) {
-      fill(std::min(buffer.size(), max_read_bytes), deadline);
+    if (link_) {
+      fill_real_time(deadline);
+    } else {
+      fill_as_read(room.size(), deadline);
     }
-    const std::size_t count = hand_over(buffer);
+    const std::size_t count = hand_over(room);
     if (count != 0 || buffer.empty() || Clock::now() >= deadline) {
       return count;
     }

@@ -1,46 +1,71 @@
 // One running stream, from its start to its stop: it draws events from the
-// signal while the host reads, turns them into bytes and hands these over.
+// signal, turns them into bytes and hands these over as the link delivers them.
 // There is no thread behind it; everything happens inside read(), on the
-// reader's thread. The link loses nothing: a host that reads too slowly sees
-// the stream fall behind, and only the bytes of one read are ever held.
+// reader's thread, from the time that has passed.
+//
+// In real time the bytes go through the link: a host that reads too slowly, or
+// a signal too fast for it, makes the unit lose whole tags before they are
+// encoded, so what arrives can always be decoded. A machine too slow to make
+// the signal in its own time sees the stream fall behind instead. As fast as
+// the host reads, nothing is lost.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "simulator/front_end.hpp"
+#include "simulator/link.hpp"
+#include "simulator/random_numbers.hpp"
 #include "simulator/scenario.hpp"
 #include "simulator/signal_source.hpp"
 #include "simulator/stream_clock.hpp"
 #include "simulator/stream_encoder.hpp"
+#include "simulator/time_base.hpp"
 
 namespace zelk::simulator {
 
+// The link carries whole packets, and what has come together at each tick of
+// its latency timer.
+inline constexpr std::size_t usb_packet_bytes = 512;
+
 class StreamSession {
  public:
-  // Stream time begins now. Without an encoder the stream carries no bytes.
+  // Stream time begins now. `encoder` is not null; `read_seed` is that of the
+  // sizes of short reads.
   StreamSession(Signal signal, const FrontEndSettings& front_end,
-                std::unique_ptr<StreamEncoder> encoder);
+                std::unique_ptr<StreamEncoder> encoder, const LinkSettings& link = {},
+                std::uint64_t read_seed = 0);
 
   // Waits until stream bytes have arrived, at most for `timeout`, copies what
   // is there and fits, and returns its size; 0 when nothing arrived in time.
+  // Of a buffer of a packet or more only whole packets are filled, unless less
+  // is there.
   std::size_t read(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout);
 
  private:
   using Clock = StreamClock::Clock;
 
-  void fill(std::size_t wanted_bytes, Clock::time_point deadline);
+  void fill_real_time(Clock::time_point deadline);
+  void fill_as_read(std::size_t wanted_bytes, Clock::time_point deadline);
+  void write(const Event& event);
+  void flush();
+  [[nodiscard]] std::size_t readable() const;
   std::size_t hand_over(std::span<std::uint8_t> buffer);
   Clock::time_point next_arrival(Clock::time_point deadline);
 
   std::unique_ptr<SignalSource> source_;
   StreamClock clock_;
+  TimeBase time_base_;
   FrontEnd front_end_;
   std::unique_ptr<StreamEncoder> encoder_;
+  std::optional<Link> link_;  // in real time
+  bool short_reads_;
+  RandomNumbers read_sizes_;
   std::vector<std::uint8_t> bytes_;
   std::size_t handed_over_ = 0;  // bytes at the front of bytes_
 };

@@ -13,6 +13,7 @@
 #include "simulator/encoder_for.hpp"
 #include "simulator/failure.hpp"
 #include "simulator/merged_source.hpp"
+#include "simulator/random_numbers.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -31,6 +32,26 @@ void put_text(char (&field)[size], std::string_view text) {
   std::memcpy(field, text.data(), std::min(size, text.size()));
 }
 
+std::string_view serial_of(ScenarioKind scenario) {
+  switch (scenario) {
+    case ScenarioKind::default_unit:
+      break;
+    case ScenarioKind::tags:
+      return "SIM-TAGS";
+    case ScenarioKind::pulses:
+      return "SIM-PULSES";
+    case ScenarioKind::random:
+      return "SIM-RANDOM";
+    case ScenarioKind::pairs:
+      return "SIM-PAIRS";
+    case ScenarioKind::burst:
+      return "SIM-BURST";
+    case ScenarioKind::silent:
+      return "SIM-SILENT";
+  }
+  return default_unit_serial;
+}
+
 std::string number(std::uint32_t value) {
   return std::to_string(value);
 }
@@ -41,7 +62,7 @@ qx_identity unit_identity(const DevicePort& port) {
   qx_identity identity{};
   put_text(identity.text_a, "ZK4");
   put_text(identity.text_b, "simulated");
-  put_text(identity.serial, port.scenario == ScenarioKind::tags ? "SIM-TAGS" : default_unit_serial);
+  put_text(identity.serial, serial_of(port.scenario));
   put_text(identity.device_text, "ZK4 four-channel TDC, simulated");
   return identity;
 }
@@ -55,7 +76,10 @@ Unit::Unit(DevicePort port)
     : port_(std::move(port)),
       scenario_(port_),
       reference_clock_(port_.faults.external_reference),
-      calibration_divider_(calibration_divider(default_calibration_hz)) {}
+      calibration_divider_(calibration_divider(default_calibration_hz)) {
+  front_end_.bin_nonuniformity = port_.bin_nonuniformity;
+  front_end_.seed = port_.seed;
+}
 
 void Unit::expect_idle(const char* request) const {
   if (session_) {
@@ -133,14 +157,23 @@ void Unit::enable_calibration_source(bool enabled) {
   calibration_enabled_ = enabled;
 }
 
+// The calibration pulses come from the unit's own clock, which gains nothing
+// on itself.
 Signal Unit::signal_for(timing::StreamMode mode) const {
   if (mode == timing::StreamMode::external) {
-    return scenario_.start();
+    return scenario_.start({.channel_mask = front_end_.channel_mask,
+                            .bits_per_tag = bits_per_tag(format_, packed_delta_)});
   }
+  Signal signal{.source = nullptr,
+                .pace = port_.pace,
+                .time_base = TimeBase(0, first_shown_ps(port_.start_epoch_ms), 0)};
   if (calibration_enabled_) {
-    return {.source = std::make_unique<CalibrationSource>(calibration_divider_)};
+    signal.source = std::make_unique<CalibrationSource>(
+        calibration_divider_, stream_seed(port_.seed, RandomPurpose::calibration));
+  } else {
+    signal.source = std::make_unique<MergedSource>(std::vector<std::unique_ptr<SignalSource>>{});
   }
-  return {.source = std::make_unique<MergedSource>(std::vector<std::unique_ptr<SignalSource>>{})};
+  return signal;
 }
 
 void Unit::start_stream(std::uint32_t mode, std::uint32_t flags) {
@@ -154,7 +187,8 @@ void Unit::start_stream(std::uint32_t mode, std::uint32_t flags) {
   }
   const auto stream_mode = static_cast<timing::StreamMode>(mode);
   session_.emplace(signal_for(stream_mode), front_end_,
-                   encoder_for(format_, stream_mode, packed_delta_, port_.start_bits));
+                   encoder_for(format_, stream_mode, packed_delta_, port_.start_bits), port_.link,
+                   stream_seed(port_.seed, RandomPurpose::read_sizes));
 }
 
 std::size_t Unit::read_stream(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout) {

@@ -81,7 +81,7 @@ TEST(DevicePort, EveryMistakeHasItsOwnStatus) {
   expect_refused("sim://tags?", Status::missing_port_key);
   expect_refused("sim://tags?pace=max", Status::missing_port_key);
   expect_refused("sim://tags?file=x&speed=2", Status::unknown_port_key);
-  EXPECT_EQ(refusal("ftdi://?pace=max"), "port key pace does not go with this port");
+  EXPECT_EQ(refusal("ftdi://?loop=1"), "port key loop does not go with this port");
   expect_refused("ftdi://ZK4-0002?start_bits=7", Status::no_such_unit);
   expect_refused("ftdi://start_bits=7", Status::no_such_unit);
   EXPECT_EQ(refusal("sim://tags?file=x&pace=fast"), "port key pace takes real or max");

@@ -99,15 +99,6 @@ TEST(StreamSession, ASignalThatMakesNoTagsCannotHoldAReadForLong) {
   EXPECT_LT(Clock::now() - start, 1000ms);
 }
 
-TEST(StreamSession, WithoutAnEncoderReadsTimeOut) {
-  StreamSession session(
-      {std::make_unique<ListedSource>(std::vector<Event>{{0, 2.5, 0}}), 0, Pace::as_read},
-      FrontEndSettings{}, nullptr);
-  const auto start = Clock::now();
-  EXPECT_TRUE(read(session, 100, 20ms).empty());
-  EXPECT_GE(Clock::now() - start, 20ms);
-}
-
 TEST(StreamSession, AnEmptyBufferIsFilledAtOnce) {
   StreamSession session = session_of({{0, 2.5, 0}}, Pace::as_read);
   EXPECT_TRUE(read(session, 0, 10'000ms).empty());
