@@ -69,7 +69,9 @@ void Delta32Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t
   const std::int64_t step_ps = time_ps - channel.last_ps;
   const std::int64_t beyond_excess_ps = step_ps - timing::wrap_excess_ps;
   const std::int64_t slot = tag.timestamp_ps / base_interval_ps;
-  const bool crosses = crosses_epoch(channel.last_ps, time_ps);
+  const bool crosses = crosses_epoch(channel.last_ps, time_ps) ||
+                       (step_ps <= timing::small_delta_bound_ps &&
+                        crosses_epoch(tag.timestamp_ps - step_ps, tag.timestamp_ps));
 
   if (slot == channel.base_slot || beyond_excess_ps >= payload_span_ps) {
     // No words say such a step: the tag is left out.

@@ -29,7 +29,8 @@
 //
 // A first base has only 41 bits: a channel whose first tag comes later than
 // 2.199 s is seen a whole number of counter spans early, and its epochs then
-// count from there.
+// count from there. The unit's own epochs go on as well: a step of at most
+// 10 ms across the end of one shows the excess, which is always found.
 #pragma once
 
 #include <array>

@@ -177,6 +177,17 @@ TEST(Delta32Encoder, ALateChannelIsSeenWholeSpansEarlyWithItsStepsRight) {
   EXPECT_EQ(seen(tags), expected);
 }
 
+TEST(Delta32Encoder, AStreamThatBeginsBeforeAWrapShowsItsExcess) {
+  const std::vector<TimeTag> tags{{1, epoch_ps - 1000}, {1, epoch_ps + 500}, {1, epoch_ps + 600}};
+  // Seven spans are an epoch and the excess.
+  const std::int64_t seen_ps = span_ps - excess_ps - 1000;
+  EXPECT_EQ(words_of(tags), joined({d32_announce(seen_ps),
+                                    big_endian_32({d32_tag(1, 0), d32_overflow(excess_ps / unit_ps),
+                                                   d32_tag(1, 1500), d32_tag(1, 100)})}));
+  EXPECT_EQ(seen(tags),
+            (std::vector<TimeTag>{{1, seen_ps}, {1, seen_ps + 1500}, {1, seen_ps + 1600}}));
+}
+
 TEST(Delta32Encoder, DecodesToTheSameTagsAcrossEpochsForEveryMask) {
   for (unsigned mask = 1; mask < 16; ++mask) {
     std::mt19937_64 random(mask);

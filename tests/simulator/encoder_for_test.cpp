@@ -50,5 +50,11 @@ TEST(EncoderFor, AFormatThatDoesNotExistHasNone) {
   EXPECT_EQ(encoder_for(static_cast<Format>(3), StreamMode::external), nullptr);
 }
 
+TEST(BitsPerTag, AreThoseOfAPlainRecord) {
+  EXPECT_EQ(bits_per_tag(timing::Format::raw64, {}), 64);
+  EXPECT_EQ(bits_per_tag(timing::Format::delta32, {}), 32);
+  EXPECT_EQ(bits_per_tag(timing::Format::packed_delta, {.bits = 24}), 27);
+}
+
 }  // namespace
 }  // namespace zelk::simulator

@@ -5,10 +5,39 @@
 #include <set>
 #include <string>
 
+#include "simulator/device_port.hpp"
 #include "tests/simulator/expect_failure.hpp"
 
 namespace zelk::simulator {
 namespace {
+
+// Each kind of port, with what it needs.
+struct PortKind {
+  std::uint32_t bit;
+  const char* port;
+};
+
+constexpr PortKind port_kinds[] = {
+    {ports::unit, "ftdi://?"},        {ports::tags, "sim://tags?file=x"},
+    {ports::pulses, "sim://pulses?"}, {ports::random, "sim://random?"},
+    {ports::pairs, "sim://pairs?"},   {ports::burst, "sim://burst?"},
+    {ports::silent, "sim://silent?"},
+};
+
+std::string port_with(const PortKind& kind, std::string_view key, const std::string& value) {
+  const std::string port = kind.port;
+  return port + (port.back() == '?' ? "" : "&") + std::string(key) + '=' + value;
+}
+
+// The text of the status that refuses `port`; empty when it is taken.
+std::string refusal_of(const std::string& port) {
+  try {
+    parse_device_port(port);
+    return {};
+  } catch (const Failure& failure) {
+    return status_text(static_cast<std::int32_t>(failure.status()));
+  }
+}
 
 constexpr std::size_t seed_row = key_row("seed");
 
@@ -38,6 +67,61 @@ TEST(PortKeys, DefaultsAreInRange) {
       EXPECT_NO_THROW(take_whole(nothing, row));
     } else if (port_keys[row].kind == KeyKind::number) {
       EXPECT_NO_THROW(take_number(nothing, row));
+    }
+  }
+}
+
+TEST(PortKeys, EveryPortTakesItsKeysAndNoOthers) {
+  for (const PortKey& key : port_keys) {
+    for (const PortKind& kind : port_kinds) {
+      if (key.name == "file" && kind.bit == ports::tags) {
+        continue;  // already there
+      }
+      const std::string value(key.name == "file" ? "x" : key.standard);
+      const std::string port = port_with(kind, key.name, value);
+      EXPECT_EQ(refusal_of(port),
+                (key.ports & kind.bit) != 0
+                    ? ""
+                    : "port key " + std::string(key.name) + " does not go with this port")
+          << port;
+    }
+  }
+}
+
+TEST(PortKeys, NumbersAreTakenUpToTheEndsOfTheirRangeByEveryPort) {
+  for (const PortKey& key : port_keys) {
+    if (key.kind == KeyKind::words) {
+      continue;
+    }
+    for (const PortKind& kind : port_kinds) {
+      if ((key.ports & kind.bit) == 0) {
+        continue;
+      }
+      for (const std::int64_t good : {key.lowest, key.highest}) {
+        EXPECT_EQ(refusal_of(port_with(kind, key.name, std::to_string(good))), "");
+      }
+      for (const std::int64_t bad : {key.lowest - 1, key.highest + 1}) {
+        const std::string port = port_with(kind, key.name, std::to_string(bad));
+        EXPECT_EQ(refusal_of(port).find("port key " + std::string(key.name) + " takes a "), 0U)
+            << port;
+      }
+      const std::string port = port_with(kind, key.name, "nan");
+      EXPECT_EQ(refusal_of(port).find("port key " + std::string(key.name) + " takes a "), 0U);
+    }
+  }
+}
+
+TEST(PortKeys, OnlyNumbersForChannelsMayBeFour) {
+  for (const PortKey& key : port_keys) {
+    if (key.kind == KeyKind::words) {
+      continue;
+    }
+    const std::string one = std::to_string(key.lowest);
+    for (const PortKind& kind : port_kinds) {
+      if ((key.ports & kind.bit) != 0) {
+        const std::string port = port_with(kind, key.name, one + ',' + one + ',' + one + ',' + one);
+        EXPECT_EQ(refusal_of(port).empty(), key.per_channel) << port;
+      }
     }
   }
 }

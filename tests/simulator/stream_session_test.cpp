@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 #include <utility>
 
 #include "simulator/encoder_for.hpp"
@@ -97,6 +98,38 @@ TEST(StreamSession, ASignalThatMakesNoTagsCannotHoldAReadForLong) {
   const auto start = Clock::now();
   EXPECT_TRUE(read(session, 100, 20ms).empty());
   EXPECT_LT(Clock::now() - start, 1000ms);
+}
+
+// A tag of 8 bytes a microsecond on a link of 1 MB/s, and a host that sleeps:
+// its buffer and the FIFO fill up, and what comes then is lost.
+TEST(StreamSession, TagsThatFindTheFifoFullAreLost) {
+  std::vector<Event> events;
+  for (std::int64_t i = 0; i < 20'000; ++i) {
+    events.push_back({i * 1'000'000, 2.5, 0});
+  }
+  const LinkSettings link{
+      .fifo_bytes = 512, .rate_bytes_per_s = 1'000'000, .host_buffer_bytes = 4096};
+  StreamSession session({std::make_unique<ListedSource>(std::move(events)), 0, Pace::real_time},
+                        FrontEndSettings{},
+                        encoder_for(timing::Format::raw64, timing::StreamMode::external), link);
+  std::this_thread::sleep_for(25ms);
+  Bytes bytes = read(session, 65'536, 10'000ms);
+  EXPECT_EQ(bytes.size(), 4096U);
+  while (bytes.size() < 4608) {
+    const Bytes more = read(session, 65'536, 10'000ms);
+    ASSERT_FALSE(more.empty());
+    bytes.insert(bytes.end(), more.begin(), more.end());
+  }
+  EXPECT_EQ(bytes.size(), 4608U);
+  EXPECT_TRUE(read(session, 65'536, 5ms).empty());
+  // The FIFO gains 7 bytes a tag: tag 73 finds 511 in it, tag 74 finds 518.
+  for (std::size_t tag = 0; tag <= 73; ++tag) {
+    const Bytes record(bytes.begin() + static_cast<std::ptrdiff_t>(8 * tag),
+                       bytes.begin() + static_cast<std::ptrdiff_t>(8 * tag + 8));
+    ASSERT_EQ(record, big_endian_64({ps_record(0, 1'000'000 * tag)})) << tag;
+  }
+  const Bytes next(bytes.begin() + 8 * 74, bytes.begin() + 8 * 75);
+  EXPECT_NE(next, big_endian_64({ps_record(0, 74'000'000)}));
 }
 
 TEST(StreamSession, AnEmptyBufferIsFilledAtOnce) {

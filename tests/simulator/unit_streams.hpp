@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/encoder_for.hpp"
 #include "simulator/failure.hpp"
 #include "simulator/unit.hpp"
 #include "timing/stream_decoder.hpp"

@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <functional>
+#include <set>
 #include <string>
 
 #include "tests/simulator/expect_failure.hpp"
@@ -47,6 +48,14 @@ TEST(Unit, HasAnIdentity) {
   const qx_identity identity = Unit(parse_device_port("ftdi://")).identity();
   EXPECT_STREQ(identity.serial, "ZK4-0001");
   EXPECT_STREQ(identity.device_text, "ZK4 four-channel TDC, simulated");
+}
+
+TEST(Unit, EveryScenarioHasASerialNumberOfItsOwn) {
+  std::set<std::string> serials{Unit(parse_device_port("ftdi://")).identity().serial, "SIM-TAGS"};
+  for (const char* const scenario : {"pulses", "random", "pairs", "burst", "silent"}) {
+    Unit unit(parse_device_port(std::string("sim://") + scenario));
+    EXPECT_TRUE(serials.insert(unit.identity().serial).second) << scenario;
+  }
 }
 
 TEST(Unit, KeepsFiveDelayLineBitsAChannel) {
