@@ -40,8 +40,10 @@ TEST(BurstSource, EveryTrainHasAPulseHoweverShort) {
 }
 
 TEST(BurstSource, WithoutChannelsThereIsNoPulse) {
-  EXPECT_TRUE(
-      pulses_of({.channel_mask = 0, .step_ps = 1, .train_ps = 1, .pause_ps = 0}, 3).empty());
+  for (const std::uint8_t mask : std::initializer_list<std::uint8_t>{0x00, 0xF0}) {
+    EXPECT_TRUE(
+        pulses_of({.channel_mask = mask, .step_ps = 1, .train_ps = 1, .pause_ps = 0}, 3).empty());
+  }
 }
 
 TEST(BurstSource, EndsAtTheEndOfTime) {
