@@ -25,14 +25,15 @@ std::string port_names(std::uint32_t mask) {
     std::uint32_t bit;
     const char* name;
   };
-  constexpr Name names[] = {{ports::unit, "ftdi"},     {ports::tags, "tags"},
-                            {ports::pulses, "pulses"}, {ports::random, "random"},
-                            {ports::pairs, "pairs"},   {ports::burst, "burst"},
-                            {ports::silent, "silent"}};
-  if (mask == ports::every_unit) {
-    return "every";
-  }
+  constexpr Name names[] = {
+      {ports::unit, "ftdi"},     {ports::tags, "tags"},   {ports::pulses, "pulses"},
+      {ports::random, "random"}, {ports::pairs, "pairs"}, {ports::burst, "burst"},
+      {ports::silent, "silent"}, {ports::tap, "tap"},     {ports::replay, "replay"}};
   std::string text;
+  if ((mask & ports::every_unit) == ports::every_unit) {
+    text = "every";
+    mask &= ~ports::every_unit;
+  }
   for (const Name& name : names) {
     if ((mask & name.bit) != 0) {
       text += (text.empty() ? "" : ", ") + std::string(name.name);
@@ -41,9 +42,17 @@ std::string port_names(std::uint32_t mask) {
   return text;
 }
 
+// As Markdown has it in the cells of a table.
+std::string with_escaped_bars(std::string text) {
+  for (std::size_t at = text.find('|'); at != text.npos; at = text.find('|', at + 2)) {
+    text.insert(at, 1, '\\');
+  }
+  return text;
+}
+
 std::string row_of(const PortKey& key) {
   const bool is_words = key.kind == KeyKind::words;
-  std::string range(is_words ? key.unit : "");
+  std::string range(is_words ? with_escaped_bars(std::string(key.unit)) : "");
   if (!is_words) {
     range = std::to_string(key.lowest) + " to " + std::to_string(key.highest);
   }

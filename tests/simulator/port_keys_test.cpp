@@ -4,6 +4,8 @@
 
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "simulator/device_port.hpp"
 #include "tests/simulator/expect_failure.hpp"
@@ -26,7 +28,11 @@ constexpr PortKind port_kinds[] = {
 
 std::string port_with(const PortKind& kind, std::string_view key, const std::string& value) {
   const std::string port = kind.port;
-  return port + (port.back() == '?' ? "" : "&") + std::string(key) + '=' + value;
+  const std::string name(key);
+  // How long goes with when.
+  const bool is_length = name.ends_with("_for_s");
+  const std::string when = is_length ? name.substr(0, name.size() - 5) + "at_s=0&" : "";
+  return port + (port.back() == '?' ? "" : "&") + when + name + '=' + value;
 }
 
 // The text of the status that refuses `port`; empty when it is taken.
@@ -71,14 +77,25 @@ TEST(PortKeys, DefaultsAreInRange) {
   }
 }
 
+// A value that the key takes.
+std::string value_for(const PortKey& key) {
+  constexpr std::pair<std::string_view, const char*> words[] = {
+      {"file", "x"}, {"fail", "identify:-1"}, {"reference_unavailable", "-7"}};
+  for (const auto& [name, value] : words) {
+    if (key.name == name) {
+      return value;
+    }
+  }
+  return key.standard.empty() ? std::to_string(key.lowest) : std::string(key.standard);
+}
+
 TEST(PortKeys, EveryPortTakesItsKeysAndNoOthers) {
   for (const PortKey& key : port_keys) {
     for (const PortKind& kind : port_kinds) {
       if (key.name == "file" && kind.bit == ports::tags) {
         continue;  // already there
       }
-      const std::string value(key.name == "file" ? "x" : key.standard);
-      const std::string port = port_with(kind, key.name, value);
+      const std::string port = port_with(kind, key.name, value_for(key));
       EXPECT_EQ(refusal_of(port),
                 (key.ports & kind.bit) != 0
                     ? ""
