@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "simulator/failure.hpp"
-#include "simulator/port_keys.hpp"
 #include "simulator/port_query.hpp"
+#include "simulator/port_values.hpp"
 
 namespace zelk::simulator {
 namespace {

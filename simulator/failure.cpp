@@ -1,6 +1,6 @@
 #include "simulator/failure.hpp"
 
-#include "simulator/port_keys.hpp"
+#include "simulator/port_values.hpp"
 
 namespace zelk::simulator {
 

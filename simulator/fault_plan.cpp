@@ -5,8 +5,8 @@
 #include <limits>
 
 #include "simulator/failure.hpp"
-#include "simulator/port_keys.hpp"
 #include "simulator/port_query.hpp"
+#include "simulator/port_values.hpp"
 
 namespace zelk::simulator {
 namespace {

@@ -8,8 +8,8 @@
 #include "simulator/failure.hpp"
 #include "simulator/model_backend.hpp"
 #include "simulator/open_device_model.hpp"
-#include "simulator/port_keys.hpp"
 #include "simulator/port_query.hpp"
+#include "simulator/port_values.hpp"
 #include "simulator/replay_device.hpp"
 #include "simulator/tap_device.hpp"
 

@@ -1,20 +1,12 @@
 // Every key that a port string may hold behind its "?", one row each: what it
 // means, its unit, range and default, and the ports that take it. The page of
-// the simulated unit shows the same rows, and the statuses of failed opens are
-// made from them: each key has a status of its own for a value that is out of
-// range, and one for standing behind a port that does not take it.
+// the simulated unit shows the same rows.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <string_view>
-
-#include "simulator/failure.hpp"
-#include "simulator/port_query.hpp"
-#include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
 
@@ -34,8 +26,8 @@ inline constexpr std::uint32_t pairs = 1U << 4;
 inline constexpr std::uint32_t burst = 1U << 5;
 inline constexpr std::uint32_t silent = 1U << 6;
 inline constexpr std::uint32_t every_unit = unit | tags | pulses | random | pairs | burst | silent;
-inline constexpr std::uint32_t tap = 1U << 30;
-inline constexpr std::uint32_t replay = 1U << 31;
+inline constexpr std::uint32_t tap = 1U << 7;
+inline constexpr std::uint32_t replay = 1U << 8;
 }  // namespace ports
 
 struct PortKey {
@@ -55,6 +47,25 @@ inline constexpr std::int64_t max_start_bits = 1'000'000;
 
 // The latest moment of a fault.
 inline constexpr std::int64_t max_fault_s = 1'000'000;
+
+// Seconds from the start of the stream, or for how many of them.
+constexpr PortKey fault_time(std::string_view name, std::string_view meaning) {
+  return {.name = name,
+          .ports = ports::every_unit,
+          .kind = KeyKind::number,
+          .highest = max_fault_s,
+          .unit = "s",
+          .meaning = meaning};
+}
+
+constexpr PortKey fault_probability(std::string_view name, std::string_view meaning) {
+  return {.name = name,
+          .ports = ports::every_unit,
+          .kind = KeyKind::number,
+          .highest = 1,
+          .standard = "0",
+          .meaning = meaning};
+}
 
 inline constexpr auto port_keys = std::to_array<PortKey>({
     // Signals.
@@ -315,111 +326,21 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .kind = KeyKind::words,
      .unit = "CALL[#N|@SECONDS]:STATUS[:TEXT], or several of these joined by commas",
      .meaning = "calls that fail, always, the Nth time or from a moment of the stream on"},
-    {.name = "silent_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on reads wait for their time-out and get nothing"},
-    {.name = "silent_for_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "for how long; without it, for ever"},
-    {.name = "empty_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on reads succeed with no bytes"},
-    {.name = "empty_for_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "for how long; without it, for ever"},
-    {.name = "hang_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on a read never comes back"},
-    {.name = "vanish_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on every call fails"},
-    {.name = "flip_bits",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = 1,
-     .standard = "0",
-     .meaning = "probability of each bit to be flipped"},
-    {.name = "lose_bytes",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = 1,
-     .standard = "0",
-     .meaning = "probability of each byte to be lost"},
-    {.name = "insert_bytes",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = 1,
-     .standard = "0",
-     .meaning = "probability of a random byte before each byte"},
-    {.name = "remove_bits",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = 1,
-     .standard = "0",
-     .meaning = "probability of each bit to be lost"},
-    {.name = "insert_bits",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = 1,
-     .standard = "0",
-     .meaning = "probability of a random bit before each bit"},
-    {.name = "remove_bit_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "when one bit is lost"},
-    {.name = "insert_bit_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "when one random bit comes in"},
-    {.name = "zeros_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on every byte is 0x00"},
-    {.name = "ones_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on every byte is 0xFF"},
+    fault_time("silent_at_s", "from when on reads wait for their time-out and get nothing"),
+    fault_time("silent_for_s", "for how long; without it, for ever"),
+    fault_time("empty_at_s", "from when on reads succeed with no bytes"),
+    fault_time("empty_for_s", "for how long; without it, for ever"),
+    fault_time("hang_at_s", "from when on a read never comes back"),
+    fault_time("vanish_at_s", "from when on every call fails"),
+    fault_probability("flip_bits", "probability of each bit to be flipped"),
+    fault_probability("lose_bytes", "probability of each byte to be lost"),
+    fault_probability("insert_bytes", "probability of a random byte before each byte"),
+    fault_probability("remove_bits", "probability of each bit to be lost"),
+    fault_probability("insert_bits", "probability of a random bit before each bit"),
+    fault_time("remove_bit_at_s", "when one bit is lost"),
+    fault_time("insert_bit_at_s", "when one random bit comes in"),
+    fault_time("zeros_at_s", "from when on every byte is 0x00"),
+    fault_time("ones_at_s", "from when on every byte is 0xFF"),
     {.name = "reference_unavailable",
      .ports = ports::every_unit,
      .kind = KeyKind::words,
@@ -431,13 +352,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .unit = "none, unlocked or locked",
      .standard = "none",
      .meaning = "what is connected to the external reference input"},
-    {.name = "reference_lost_at_s",
-     .ports = ports::every_unit,
-     .kind = KeyKind::number,
-     .lowest = 0,
-     .highest = max_fault_s,
-     .unit = "s",
-     .meaning = "from when on nothing is connected to it any more"},
+    fault_time("reference_lost_at_s", "from when on nothing is connected to it any more"),
 });
 
 // The row of `name`. Does not compile for a name that is not in the table.
@@ -449,23 +364,5 @@ consteval std::size_t key_row(std::string_view name) {
   }
   throw "no such key";
 }
-
-// The failure of an open because of the value of a key.
-Failure bad_value(std::size_t row, std::string_view value);
-
-// The text of a status that belongs to a key; null for any other status.
-const char* key_status_text(std::int32_t status) noexcept;
-
-// Takes keys from `query` as their rows say; a key that is not there has its
-// default. Throws Failure for a value outside the key's range.
-std::optional<std::string> take_words(PortQuery& query, std::size_t row);
-std::int64_t take_whole(PortQuery& query, std::size_t row);
-double take_number(PortQuery& query, std::size_t row);
-std::optional<double> take_optional_number(PortQuery& query, std::size_t row);  // of no default
-std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query, std::size_t row);
-
-// To be called after the last key was taken: throws Failure for one that is
-// left, which is either unknown or not for the port.
-void expect_all_taken(const PortQuery& query);
 
 }  // namespace zelk::simulator

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "simulator/device_port.hpp"
-#include "simulator/port_keys.hpp"
+#include "simulator/port_values.hpp"
 #include "simulator/port_query.hpp"
 #include "tests/simulator/expect_failure.hpp"
 

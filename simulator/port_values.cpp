@@ -1,4 +1,4 @@
-#include "simulator/port_keys.hpp"
+#include "simulator/port_values.hpp"
 
 #include <algorithm>
 #include <charconv>
