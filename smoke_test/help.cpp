@@ -57,7 +57,12 @@ void print_help() {
                "\n"
                "examples\n"
                "  zelk_smoke_test channel_a=2 channel_b=3\n"
-               "  zelk_smoke_test mode=external channel_mask=0x03 capture_s=5 format=raw64\n";
+               "  zelk_smoke_test mode=external channel_mask=0x03 capture_s=5 format=raw64\n"
+               "\n"
+               "without a converter\n"
+               "  A simulated unit takes the place of the device library. Its signals, faults\n"
+               "  and recordings are asked for in the port; docs/simulated-unit.md lists them.\n"
+               "  zelk_smoke_test port='sim://pairs' mode=external channel_mask=0x03\n";
 }
 
 void print_version() {

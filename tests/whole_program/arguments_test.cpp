@@ -299,6 +299,10 @@ TEST(Help, NamesEveryKey) {
   }
 }
 
+TEST(Help, PointsToThePageOfTheSimulatedUnit) {
+  EXPECT_THAT(run_smoke_test({}, {"--help"}).output, testing::HasSubstr("docs/simulated-unit.md"));
+}
+
 TEST(Version, IsPrintedWithoutTouchingADevice) {
   const SmokeTestResult result = run_smoke_test({}, {"--version"});
   EXPECT_EQ(result.exit_status, 0);
