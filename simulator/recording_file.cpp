@@ -81,7 +81,7 @@ void RecordingFile::index(bool cut_short_allowed) {
   bool has_end = false;
   while (!has_end) {
     const std::uint32_t number = place.number;
-    const std::optional<Record> record = next(place);
+    const std::optional<Record> record = read_record(place);
     if (!record) {
       break;
     }
@@ -96,6 +96,7 @@ void RecordingFile::index(bool cut_short_allowed) {
     has_end = std::holds_alternative<RecordedEnd>(*record);
     take(*record, place);
   }
+  end_ = place;
   std::array<std::uint8_t, 1> more{};
   if (has_end && read_at(place.offset, more) != 0) {
     refuse_damage(place.number, "follows the end");
@@ -115,9 +116,21 @@ void RecordingFile::take(const Record& record, const RecordPlace& after) {
   }
 }
 
-// The header has a checksum of its own: a size that is damaged must not be
-// mistaken for a record that the end of the file cuts off.
 std::optional<Record> RecordingFile::next(RecordPlace& place) const {
+  if (place.number >= end_.number) {
+    return std::nullopt;
+  }
+  std::optional<Record> record = read_record(place);
+  if (!record) {
+    refuse_damage(place.number, "was cut off after the file was opened");
+  }
+  return record;
+}
+
+// None where the file ends, be it inside a record. The header has a checksum
+// of its own: a size that is damaged must not be mistaken for a record that the
+// end of the file cuts off.
+std::optional<Record> RecordingFile::read_record(RecordPlace& place) const {
   std::array<std::uint8_t, format::record_header_bytes> header{};
   const std::size_t header_size = read_at(place.offset, header);
   if (header_size < header.size()) {

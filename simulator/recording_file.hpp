@@ -51,20 +51,23 @@ class RecordingFile {
   [[nodiscard]] const RecordedOpening& opening() const { return opening_; }
   [[nodiscard]] const std::vector<IndexedCall>& calls() const { return calls_; }
 
-  // The record at `place`, which moves on to the next; none at the end of what
-  // can be played.
+  // The record at `place`, which moves on to the next; none behind the last
+  // whole record that was there when the file was opened. A file that has lost
+  // it since is damaged; what it has gained since is not looked at.
   std::optional<Record> next(RecordPlace& place) const;
 
  private:
   void check_file_header() const;
   void index(bool cut_short_allowed);
   void take(const Record& record, const RecordPlace& after);
+  std::optional<Record> read_record(RecordPlace& place) const;
   std::size_t read_at(std::uint64_t offset, std::span<std::uint8_t> bytes) const;
 
   FileDescriptor file_;
   std::string path_;
   RecordedOpening opening_;
   std::vector<IndexedCall> calls_;
+  RecordPlace end_;  // behind the last whole record
 };
 
 }  // namespace zelk::simulator

@@ -121,6 +121,37 @@ TEST_F(RecordingFileTest, EveryCutIsNoticedAndLeavesTheWholeRecords) {
   }
 }
 
+// What is cut off while a recording is played is no end of its stream.
+TEST_F(RecordingFileTest, AFileThatShrinksWhileItIsPlayedIsDamaged) {
+  std::vector<std::size_t> ends;
+  const FileBytes whole = recording_bytes(sample_records(), &ends);
+  for (const std::size_t size : {ends[3], ends[3] + 5, ends[3] + 25, std::size_t{0}}) {
+    const RecordingFile recording(file(whole), false);
+    RecordPlace place = recording.calls().at(1).after;
+    if (size != 0) {
+      EXPECT_TRUE(recording.next(place).has_value());
+    }
+    std::filesystem::resize_file(path_, size);
+    const std::string text =
+        failure_text(Status::recording_corrupted, [&] { recording.next(place); });
+    EXPECT_THAT(text, testing::HasSubstr("was cut off after the file was opened"));
+  }
+}
+
+// Nobody has checked what a recording that still goes on gets later.
+TEST_F(RecordingFileTest, AFileThatGrowsWhileItIsPlayedEndsWhereItEnded) {
+  std::vector<std::size_t> ends;
+  const FileBytes whole = recording_bytes(sample_records(), &ends);
+  const FileBytes begun(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(ends[3]));
+  const RecordingFile recording(file(begun), true);
+  std::ofstream(path_, std::ios::binary | std::ios::app)
+      .write(reinterpret_cast<const char*>(whole.data()) + ends[3],
+             static_cast<std::streamsize>(whole.size() - ends[3]));
+  RecordPlace place = recording.calls().at(1).after;
+  EXPECT_TRUE(recording.next(place).has_value());
+  EXPECT_FALSE(recording.next(place).has_value());
+}
+
 TEST_F(RecordingFileTest, RefusesWhatIsNoRecordingFile) {
   EXPECT_EQ(open_status({}), static_cast<std::int32_t>(Status::not_a_recording));
   expect_refusal({'c', 'h', 'a', 'n', 'n', 'e', 'l', ',', 't', 'i', 'm', 'e', '\n'},
