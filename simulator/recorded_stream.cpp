@@ -32,10 +32,14 @@ RecordedStream::RecordedStream(const RecordingFile& recording,
       pace_(pace),
       quiet_(own_time_out()) {}
 
-// Brings the next chunk or failure into due_. The answer of quiet reads holds
-// from where they stand in the recording until others follow.
-void RecordedStream::look_ahead() {
-  while (!due_ && !over_) {
+// Brings the next chunk or failure into due_, unless so many records stand
+// before it that the deadline passes; those that take no time are looked at in
+// any case. The answer of quiet reads holds from where they stand in the
+// recording until others follow.
+void RecordedStream::look_ahead(Clock::time_point deadline) {
+  constexpr int quickly_looked_at = 1000;
+  for (int looked_at = 0;
+       !due_ && !over_ && (looked_at < quickly_looked_at || Clock::now() < deadline); ++looked_at) {
     std::optional<Record> record = recording_.next(place_);
     if (!record || std::holds_alternative<RecordedEnd>(*record)) {
       over_ = true;
@@ -72,8 +76,8 @@ const RecordedAnswer& RecordedStream::read(std::span<std::uint8_t> buffer, std::
   if (received != 0 || buffer.empty()) {
     return success_;
   }
-  look_ahead();
-  if (!due_ && failure_) {
+  look_ahead(deadline);
+  if (!due_ && over_ && failure_) {
     return *failure_;  // the recording ended with it
   }
   if (!due_ || (pace_ == Pace::real_time && arrival(due_->time_ns) > deadline)) {

@@ -38,7 +38,7 @@ class RecordedStream {
     std::optional<RecordedAnswer> failure{};
   };
 
-  void look_ahead();
+  void look_ahead(Clock::time_point deadline);
   std::size_t hand_over(std::span<std::uint8_t> buffer);
   [[nodiscard]] Clock::time_point arrival(std::uint64_t time_ns) const;
 

@@ -330,6 +330,31 @@ TEST_F(ReplayTest, QuietReadsAreAnsweredAsRecorded) {
   StatusTexts::instance().answered_here(-3);
 }
 
+// Hours of reads that brought nothing are not looked through in one read.
+TEST_F(ReplayTest, AReadReturnsInTimeHoweverManyRecordsStandBeforeTheNextChunk) {
+  record(start());
+  record_failed_read(refusal(-9, "hiccup", std::nullopt));
+  for (int i = 0; i < 10000; ++i) {
+    record_quiet(refusal(-3, i % 2 == 0 ? "nothing came" : "nothing", ""));
+  }
+  record_chunk({1});
+  record(stop());
+  replay();
+  call(start());
+  EXPECT_EQ(read(), Bytes{});
+  EXPECT_EQ(status_, -9);
+  EXPECT_EQ(read(10, 0), Bytes{});
+  EXPECT_EQ(status_, -3);
+  int reads = 1;
+  while (reads < 100 && read(10, 0).empty()) {
+    EXPECT_EQ(status_, -3);
+    ++reads;
+  }
+  EXPECT_EQ(reads, 10);
+  StatusTexts::instance().answered_here(-9);
+  StatusTexts::instance().answered_here(-3);
+}
+
 TEST_F(ReplayTest, SettingsAndQueriesInMidStreamLeaveTheStreamAlone) {
   record(start());
   record_chunk({1});
