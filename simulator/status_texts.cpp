@@ -26,7 +26,9 @@ void StatusTexts::answered_elsewhere(std::int32_t status, std::string_view text)
       }
       kept = texts_.emplace(text).first;
     }
-    elsewhere_[status] = kept->c_str();
+    if (elsewhere_.size() < max_statuses || elsewhere_.contains(status)) {
+      elsewhere_[status] = kept->c_str();
+    }
   } catch (const std::bad_alloc&) {
     elsewhere_.erase(status);
   }

@@ -24,7 +24,7 @@ class StatusTexts {
   static StatusTexts& instance();
 
   // A device elsewhere answered `status`, whose text is this one. Where
-  // memory is short the status keeps this library's text.
+  // memory is short, or there are too many already, the status keeps this library's text.
   void answered_elsewhere(std::int32_t status, std::string_view text) noexcept;
 
   // The simulated unit or this library itself answered `status`.
@@ -35,8 +35,10 @@ class StatusTexts {
 
  private:
   // Hosts may keep a text as long as they like, so texts are never dropped,
-  // and a recording full of different ones must not take all memory.
+  // and a recording full of different ones, or of different statuses, must not
+  // take all memory.
   static constexpr std::size_t max_texts = 1000;
+  static constexpr std::size_t max_statuses = 100'000;
 
   std::mutex mutex_;
   std::set<std::string, std::less<>> texts_;

@@ -52,6 +52,21 @@ TEST(StatusTexts, DoNotTakeAllMemory) {
   EXPECT_STREQ(texts.text(1001), "text 7");
 }
 
+// Nor does one text for ever more statuses; those that have one may change it.
+TEST(StatusTexts, AreGivenToAHundredThousandStatusesAtMost) {
+  StatusTexts texts;
+  for (int i = 1; i <= 100'001; ++i) {
+    texts.answered_elsewhere(i, "odd");
+  }
+  EXPECT_STREQ(texts.text(100'000), "odd");
+  EXPECT_STREQ(texts.text(100'001), status_text(100'001));
+  texts.answered_elsewhere(7, "even");
+  EXPECT_STREQ(texts.text(7), "even");
+  texts.answered_here(7);
+  texts.answered_elsewhere(100'001, "odd");
+  EXPECT_STREQ(texts.text(100'001), "odd");
+}
+
 TEST(StatusTexts, MayBeAskedForAndChangedFromAnyThread) {
   StatusTexts texts;
   std::vector<std::thread> threads;
