@@ -82,7 +82,7 @@ const char* status_text(std::int32_t status) noexcept {
       return "contradicts the recording";
   }
   const char* const of_key = key_status_text(status);
-  return of_key != nullptr ? of_key : "unknown status";
+  return of_key != nullptr ? of_key : unknown_status_text;
 }
 
 }  // namespace zelk::simulator

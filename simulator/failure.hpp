@@ -56,6 +56,8 @@ enum class Status : std::int32_t {
   // From -100 down: the values and places of the keys of port strings.
 };
 
+inline constexpr const char* unknown_status_text = "unknown status";
+
 // The fixed text of `status`, for values that are no Status too.
 const char* status_text(std::int32_t status) noexcept;
 

@@ -14,10 +14,11 @@ namespace zelk::simulator {
 namespace {
 
 // No device library should, but one that gives no text must not bring the
-// host down either.
+// host down either. What this library means by the status is not the answer:
+// the other numbers its failures as it likes.
 const char* text_of(const LoadedLibrary& library, qx_status status) {
   const char* const text = library.status_string(status);
-  return text != nullptr ? text : status_text(status);
+  return text != nullptr ? text : unknown_status_text;
 }
 
 }  // namespace

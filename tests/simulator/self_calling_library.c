@@ -1,7 +1,8 @@
-/* A device library in which nothing works but the failing of an open. Opening
- * at the standard rate goes through qx_open(), by its name, as a library may
- * do with its own functions. Most functions are there only to be found; their
- * arguments are left out, which the header with the right ones would forbid. */
+/* A device library in which nothing works but the failing of an open, with
+ * status -77 or, when it is negative, the rate. Opening at the standard rate
+ * goes through qx_open(), by its name, as a library may do with its own
+ * functions. Most functions are there only to be found; their arguments are
+ * left out, which the header with the right ones would forbid. */
 #include <stddef.h>
 
 int qx_open(void** device, const char* port, int rate);
@@ -12,9 +13,8 @@ static int (*volatile open_by_name)(void**, const char*, int) = qx_open;
 
 int qx_open(void** device, const char* port, int rate) {
   (void)port;
-  (void)rate;
   *device = NULL;
-  return -77;
+  return rate < 0 ? rate : -77;
 }
 
 int qx_open_serial(void** device, const char* port) {
