@@ -1,6 +1,7 @@
 #include "simulator/loaded_library.hpp"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include "simulator/failure.hpp"
 
@@ -22,10 +23,18 @@ constexpr int own_names_first = 0;
 #endif
 
 // Without a slash the loader would search its directories for the name, and
-// might return the library that is loaded already.
+// might return the library that is loaded already. The code stays where it is
+// until the process ends, as that of a library which the host is linked with:
+// threads of the library's own may still run in it after the last device is
+// closed.
 void* load(const std::string& path) {
   const std::string file = path.find('/') == path.npos ? "./" + path : path;
-  return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | own_names_first);
+  // The loader would wait for the writer of a pipe.
+  struct stat about {};
+  if (::stat(file.c_str(), &about) == 0 && !S_ISREG(about.st_mode)) {
+    throw Failure(Status::cannot_load_library, path + " is no plain file");
+  }
+  return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE | own_names_first);
 }
 
 std::string loader_error() {

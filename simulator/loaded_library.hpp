@@ -1,7 +1,8 @@
 // A device library loaded by its path, beside the one that this code is part
 // of: both offer functions of the same names, and each must reach its own.
-// Unloads the library when destroyed; devices opened through it must be closed
-// before. The functions may be called from any thread, as the library allows.
+// The library stays loaded when the object is destroyed; devices opened through
+// it must be closed before all the same. The functions may be called from any
+// thread, as the library allows.
 #pragma once
 
 #include <memory>

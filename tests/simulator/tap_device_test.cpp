@@ -1,9 +1,11 @@
 // The tap in front of the scripted library, which logs what reaches it.
 #include "simulator/tap_device.hpp"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <bit>
 #include <csignal>
@@ -291,6 +293,9 @@ TEST_F(TapTest, SaysWhatIsWrongWithTheLibrary) {
   write_file(directory_.path() / "text.so", {'n', 'o'});
   port_.library = (directory_.path() / "text.so").string();
   failure_text(Status::cannot_load_library, [&] { const TapDevice device(port_, std::nullopt); });
+  port_.library = (directory_.path() / "pipe.so").string();
+  ASSERT_EQ(mkfifo(port_.library.c_str(), 0600), 0);
+  failure_text(Status::cannot_load_library, [&] { const TapDevice device(port_, std::nullopt); });
   port_.library = ZELK_LACKING_LIBRARY;
   const std::string text = failure_text(Status::library_lacks_function,
                                         [&] { const TapDevice device(port_, std::nullopt); });
@@ -307,6 +312,16 @@ TEST(LoadedLibrary, CallsItsOwnFunctionsByTheirNames) {
   qx_device* device = nullptr;
   EXPECT_EQ(self_calling.open_serial(&device, "x"), -77);
   EXPECT_THAT(scripted_device::calls(), testing::IsEmpty());
+}
+
+// Threads that the library left behind must find their code.
+TEST(LoadedLibrary, StaysLoaded) {
+  { const LoadedLibrary self_calling(ZELK_SELF_CALLING_LIBRARY); }
+  void* const loaded = dlopen(ZELK_SELF_CALLING_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+  EXPECT_NE(loaded, nullptr);
+  if (loaded != nullptr) {
+    dlclose(loaded);
+  }
 }
 
 // As on a full disk. The call whose record got lost is not disturbed, those
