@@ -80,6 +80,9 @@ class Recording : public testing::Test {
     EXPECT_EQ(result.exit_status, 2);
   }
 
+  // How record 30 begins, which is of the stream; by then the program watches
+  // for signals.
+  const std::string record_30_{"\x1E\0\0\0\x02\0\0\0", 8};
   TemporaryDirectory directory_;
 };
 
@@ -280,11 +283,10 @@ TEST_F(Recording, TapsASecondCopyOfTheLibraryThatTheProgramRunsWith) {
 TEST_F(Recording, OutlivesTheProgramThatMadeIt) {
   Program program =
       simulated_smoke_test({tap("a.rec", "ftdi://"), "channel_a=2", "channel_b=3", "capture_s=20"});
-  // The stream's start and then chunks have come when the file holds this much.
   program.signals = {{.signal = SIGKILL,
                       .file = file("a.rec"),
-                      .text = "ftdi://",
-                      .delay = std::chrono::milliseconds(400)}};
+                      .text = record_30_,
+                      .delay = std::chrono::milliseconds(100)}};
   const ProgramResult killed = run(program);
   ASSERT_EQ(killed.ended_by_signal, SIGKILL);
   EXPECT_FALSE(killed.killed_by_watchdog);
@@ -295,6 +297,25 @@ TEST_F(Recording, OutlivesTheProgramThatMadeIt) {
   const ProgramResult first = good_run(replay("a.rec", "?cut_short=1&pace=max"), arguments);
   const ProgramResult second = good_run(replay("a.rec", "?cut_short=1&pace=max"), arguments);
   EXPECT_EQ(first.output, second.output);
+}
+
+// A recording that its user ends is a whole one.
+TEST_F(Recording, IsClosedProperlyByAnInterruptedRun) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    SCOPED_TRACE(signal);
+    Program program = simulated_smoke_test(
+        {tap("a.rec", "ftdi://"), "channel_a=2", "channel_b=3", "capture_s=20"});
+    program.signals = {{.signal = signal,
+                        .file = file("a.rec"),
+                        .text = record_30_,
+                        .delay = std::chrono::milliseconds(100)}};
+    const ProgramResult interrupted = run(program);
+    EXPECT_FALSE(interrupted.killed_by_watchdog);
+    EXPECT_EQ(interrupted.exit_status, 128 + signal);
+    EXPECT_THAT(interrupted.output, HasSubstr("tags_total="));
+    good_run(replay("a.rec", "?pace=max"), {"channel_a=2", "channel_b=3", "capture_s=0.2"});
+    std::filesystem::remove(file("a.rec"));
+  }
 }
 
 TEST_F(Recording, AFullDiskEndsTheRunAndKeepsWhatWasWritten) {
