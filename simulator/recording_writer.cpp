@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <new>
 #include <system_error>
 
@@ -59,6 +60,31 @@ void overwrite32(Bytes& out, std::size_t at, std::uint32_t value) {
 std::string error_text(int number) {
   return std::generic_category().message(number);
 }
+
+// While it exists, a write beyond the process's limit on file sizes fails as on
+// a full disk does, and the signal that would end the host is taken away.
+class NoFileSizeSignal {
+ public:
+  NoFileSizeSignal() noexcept {
+    sigemptyset(&signal_);
+    sigaddset(&signal_, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &signal_, &former_mask_);
+  }
+  ~NoFileSizeSignal() {
+    if (sigismember(&former_mask_, SIGXFSZ) == 0) {
+      const timespec at_once{};
+      while (sigtimedwait(&signal_, nullptr, &at_once) < 0 && errno == EINTR) {
+      }
+    }
+    pthread_sigmask(SIG_SETMASK, &former_mask_, nullptr);
+  }
+  NoFileSizeSignal(const NoFileSizeSignal&) = delete;
+  NoFileSizeSignal& operator=(const NoFileSizeSignal&) = delete;
+
+ private:
+  sigset_t signal_{};
+  sigset_t former_mask_{};
+};
 
 }  // namespace
 
@@ -166,6 +192,7 @@ void RecordingWriter::append(RecordType type, Fill fill) noexcept {
 
 // A record is one write unless the system takes only a part of it.
 void RecordingWriter::write_out() {
+  const NoFileSizeSignal no_signal;
   std::size_t written = 0;
   while (written < bytes_.size()) {
     const ssize_t count = ::write(file_.get(), bytes_.data() + written, bytes_.size() - written);
