@@ -34,6 +34,12 @@ class StreamClock {
     return origin_ps_ + std::min(ticks, max_ticks) * tick_ps;
   }
 
+  // The first tick after `time_ps`, which is not before origin_ps, in event
+  // time.
+  [[nodiscard]] std::int64_t tick_after_ps(std::int64_t time_ps) const {
+    return origin_ps_ + ((time_ps - origin_ps_) / tick_ps + 1) * tick_ps;
+  }
+
   // The moment at which an event at `time_ps`, not before origin_ps, reaches
   // the host.
   [[nodiscard]] Clock::time_point visible_at(std::int64_t time_ps) const {

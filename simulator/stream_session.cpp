@@ -42,6 +42,7 @@ StreamSession::StreamSession(Signal signal, const FrontEndSettings& front_end,
       read_sizes_(read_seed) {
   if (signal.pace == Pace::real_time) {
     link_.emplace(link, signal.origin_ps);
+    next_tick_ps_ = clock_.tick_after_ps(signal.origin_ps);
   }
 }
 
@@ -67,12 +68,24 @@ void StreamSession::flush() {
 }
 
 // Everything up to the present has to pass the link before the host takes
-// anything: the room that this makes comes too late for earlier tags.
+// anything: the room that this makes comes too late for earlier tags. The time
+// that this takes is the machine's, not the host's: the stream waits for it.
 void StreamSession::fill_real_time(Clock::time_point deadline) {
-  const std::int64_t visible_before_ps = clock_.visible_before_ps(Clock::now());
+  const Clock::time_point begin = Clock::now();
+  make_events(clock_.visible_before_ps(begin - behind_), deadline);
+  behind_ += Clock::now() - begin;
+}
+
+// The latency timer completes the last byte at every tick, whether a read looks
+// at it or not, so that the stream's bytes do not depend on the reads.
+void StreamSession::make_events(std::int64_t before_ps, Clock::time_point deadline) {
   unsigned events = 0;
-  for (const Event* event = source_->peek(); event != nullptr && event->time_ps < visible_before_ps;
+  for (const Event* event = source_->peek(); event != nullptr && event->time_ps < before_ps;
        event = source_->peek()) {
+    if (event->time_ps >= next_tick_ps_) {
+      flush();
+      next_tick_ps_ = clock_.tick_after_ps(event->time_ps);
+    }
     link_->advance_to(event->time_ps);
     write(*event);
     source_->pop();
@@ -81,7 +94,7 @@ void StreamSession::fill_real_time(Clock::time_point deadline) {
     }
   }
   flush();
-  link_->advance_to(visible_before_ps);
+  link_->advance_to(before_ps);
 }
 
 void StreamSession::fill_as_read(std::size_t wanted_bytes, Clock::time_point deadline) {
@@ -128,6 +141,15 @@ std::size_t StreamSession::hand_over(std::span<std::uint8_t> buffer) {
   return count;
 }
 
+// A host that waits takes what each tick brings. So while nothing can be read,
+// a stream that fell behind makes up for one tick at a time, and no buffer
+// fills up by that. Returns whether it may still be behind.
+bool StreamSession::catch_up() {
+  const bool more_than_a_tick = behind_ > StreamClock::tick;
+  behind_ -= std::min<Clock::duration>(behind_, StreamClock::tick);
+  return more_than_a_tick;
+}
+
 // Only called when nothing can be read.
 StreamSession::Clock::time_point StreamSession::next_arrival(Clock::time_point deadline) {
   if (link_ && !link_->is_empty()) {
@@ -148,10 +170,16 @@ std::size_t StreamSession::read(std::span<std::uint8_t> buffer, std::chrono::mil
       fill_as_read(room.size(), deadline);
     }
     const std::size_t count = hand_over(room);
-    if (count != 0 || buffer.empty() || Clock::now() >= deadline) {
+    if (count != 0 || buffer.empty()) {
       return count;
     }
-    std::this_thread::sleep_until(next_arrival(deadline));
+    const bool is_behind = catch_up();
+    if (Clock::now() >= deadline) {
+      return 0;
+    }
+    if (!is_behind) {
+      std::this_thread::sleep_until(next_arrival(deadline));
+    }
   }
 }
 

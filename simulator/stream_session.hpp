@@ -6,8 +6,9 @@
 // In real time the bytes go through the link: a host that reads too slowly, or
 // a signal too fast for it, makes the unit lose whole tags before they are
 // encoded, so what arrives can always be decoded. A machine too slow to make
-// the signal in its own time sees the stream fall behind instead. As fast as
-// the host reads, nothing is lost.
+// the signal in its own time sees the stream fall behind instead: the time that
+// the making takes does not count as time in which the host did not read. As
+// fast as the host reads, nothing is lost.
 #pragma once
 
 #include <chrono>
@@ -51,11 +52,13 @@ class StreamSession {
   using Clock = StreamClock::Clock;
 
   void fill_real_time(Clock::time_point deadline);
+  void make_events(std::int64_t before_ps, Clock::time_point deadline);
   void fill_as_read(std::size_t wanted_bytes, Clock::time_point deadline);
   void write(const Event& event);
   void flush();
   [[nodiscard]] std::size_t readable() const;
   std::size_t hand_over(std::span<std::uint8_t> buffer);
+  bool catch_up();
   Clock::time_point next_arrival(Clock::time_point deadline);
 
   std::unique_ptr<SignalSource> source_;
@@ -63,7 +66,9 @@ class StreamSession {
   TimeBase time_base_;
   FrontEnd front_end_;
   std::unique_ptr<StreamEncoder> encoder_;
-  std::optional<Link> link_;  // in real time
+  std::optional<Link> link_;       // in real time
+  std::int64_t next_tick_ps_ = 0;  // after the last event made, likewise
+  Clock::duration behind_{0};      // by which the stream is late against its clock
   bool short_reads_;
   RandomNumbers read_sizes_;
   std::vector<std::uint8_t> bytes_;

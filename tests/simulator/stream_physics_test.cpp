@@ -206,6 +206,25 @@ TEST_P(Stream, RealTimeReadsAreWhatHasGathered) {
   EXPECT_GT(odd, 10U);
 }
 
+// What fills the last byte of a packed_delta stream at each tick does not depend
+// on who looks.
+TEST_P(Stream, BytesInRealTimeDoNotDependOnTheReads) {
+  const std::string port = "sim://random?rate_hz=2000&seed=4";
+  std::array<Bytes, 2> streams;
+  for (Bytes& bytes : streams) {
+    const bool is_patient = &bytes != streams.data();
+    Unit unit(parse_device_port(port));
+    start(unit, GetParam());
+    while (bytes.size() < 2000) {
+      std::this_thread::sleep_for(is_patient ? 37ms : 0ms);
+      const Bytes part = read_some(unit, 65'536, 5000ms);
+      bytes.insert(bytes.end(), part.begin(), part.end());
+    }
+    bytes.resize(2000);
+  }
+  EXPECT_EQ(streams[0], streams[1]);
+}
+
 TEST_P(Stream, ShortReadsCutTheSameBytesAnywhere) {
   const std::string port = "sim://random?rate_hz=100000&pace=max";
   const Bytes whole = first_bytes(port, GetParam(), 200'000);

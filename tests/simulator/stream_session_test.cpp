@@ -132,6 +132,48 @@ TEST(StreamSession, TagsThatFindTheFifoFullAreLost) {
   EXPECT_NE(next, big_endian_64({ps_record(0, 74'000'000)}));
 }
 
+// A pulse every 100 us, made on a machine that takes four times as long.
+class LaboriousSource final : public SignalSource {
+ public:
+  static constexpr std::uint64_t events = 4000;
+  static constexpr std::int64_t step_ps = 100'000'000;
+
+  const Event* peek() override { return made_ < events ? &event_ : nullptr; }
+
+  void pop() override {
+    event_.time_ps += step_ps;
+    if (++made_ % 10 == 0) {
+      std::this_thread::sleep_for(4ms);
+    }
+  }
+
+ private:
+  Event event_{.time_ps = 0, .amplitude_v = 2.5, .channel = 0};
+  std::uint64_t made_ = 0;
+};
+
+// The buffers hold 0.2 s of the signal.
+TEST(StreamSession, AMachineThatIsTooSlowLosesNothing) {
+  const LinkSettings link{.fifo_bytes = 512, .host_buffer_bytes = 16'384};
+  StreamSession session({std::make_unique<LaboriousSource>(), 0, Pace::real_time},
+                        FrontEndSettings{},
+                        encoder_for(timing::Format::raw64, timing::StreamMode::external), link);
+  Bytes bytes;
+  while (bytes.size() < 8 * LaboriousSource::events) {
+    const Bytes part = read(session, 65'536, 1000ms);
+    if (part.empty()) {
+      break;
+    }
+    bytes.insert(bytes.end(), part.begin(), part.end());
+  }
+  Bytes expected;
+  for (std::uint64_t i = 0; i < LaboriousSource::events; ++i) {
+    const Bytes record = big_endian_64({ps_record(0, LaboriousSource::step_ps * i)});
+    expected.insert(expected.end(), record.begin(), record.end());
+  }
+  EXPECT_EQ(bytes, expected);
+}
+
 TEST(StreamSession, AnEmptyBufferIsFilledAtOnce) {
   StreamSession session = session_of({{0, 2.5, 0}}, Pace::as_read);
   EXPECT_TRUE(read(session, 0, 10'000ms).empty());
