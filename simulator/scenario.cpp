@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "simulator/burst_source.hpp"
+#include "simulator/full_link.hpp"
 #include "simulator/merged_source.hpp"
 #include "simulator/pulse_source.hpp"
 #include "simulator/random_source.hpp"
@@ -30,7 +31,7 @@ constexpr PairSettings default_pairs[] = {
      .jitter_rms_ps = 40},
 };
 
-// The share of the link's rate that a burst leaves for words without tags.
+// The share of the link's rate that a burst leaves free.
 constexpr double burst_margin = 0.001;
 
 void add_pairs(const PairSettings& pairs, std::uint32_t seed, Sources& sources) {
@@ -72,10 +73,10 @@ void add_pulses(const DevicePort& port, Sources& sources) {
 }
 
 BurstSettings burst_settings(const DevicePort& port, const StreamShape& shape) {
-  const double tags_per_s = static_cast<double>(port.link.rate_bytes_per_s) * 8 /
-                            static_cast<double>(shape.bits_per_tag) * (1 - burst_margin);
+  const double bytes_per_s = static_cast<double>(port.link.rate_bytes_per_s) * (1 - burst_margin);
   return {.channel_mask = shape.channel_mask,
-          .step_ps = 1e12 / tags_per_s,
+          .step_ps =
+              shortest_step_ps(shape.format, shape.packed_delta, shape.channel_mask, bytes_per_s),
           .train_ps = port.burst_ps,
           .pause_ps = port.pause_ps};
 }

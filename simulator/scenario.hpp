@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <memory>
 
+#include "simulator/device_model.hpp"
 #include "simulator/device_port.hpp"
 #include "simulator/signal_source.hpp"
 #include "simulator/tag_file.hpp"
 #include "simulator/time_base.hpp"
+#include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
 
@@ -22,7 +24,8 @@ struct Signal {
 // What a signal has to know of the stream that it is for.
 struct StreamShape {
   std::uint8_t channel_mask = 0xF;
-  int bits_per_tag = 64;  // of a tag that comes soon after the one before
+  timing::Format format = timing::Format::raw64;
+  PackedDeltaSettings packed_delta{};
 };
 
 // Owned by the unit. Each start of a stream gets the same signal anew.

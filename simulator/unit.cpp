@@ -162,7 +162,8 @@ void Unit::enable_calibration_source(bool enabled) {
 Signal Unit::signal_for(timing::StreamMode mode) const {
   if (mode == timing::StreamMode::external) {
     return scenario_.start({.channel_mask = front_end_.channel_mask,
-                            .bits_per_tag = bits_per_tag(format_, packed_delta_)});
+                            .format = format_,
+                            .packed_delta = packed_delta_});
   }
   Signal signal{.source = nullptr,
                 .pace = port_.pace,
