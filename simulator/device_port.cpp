@@ -108,18 +108,6 @@ void take_link(PortQuery& query, LinkSettings& link) {
 
 }  // namespace
 
-Pace take_pace(PortQuery& query) {
-  constexpr std::size_t row = key_row("pace");
-  const std::string text = take_words(query, row).value();
-  if (text == "max") {
-    return Pace::as_read;
-  }
-  if (text != "real") {
-    throw bad_value(row, text);
-  }
-  return Pace::real_time;
-}
-
 DevicePort parse_device_port(std::string_view port) {
   const std::size_t name_end = std::min(port.find('?'), port.size());
   DevicePort parsed;

@@ -11,8 +11,8 @@
 #include "simulator/detector_source.hpp"
 #include "simulator/fault_plan.hpp"
 #include "simulator/link.hpp"
+#include "simulator/pace.hpp"
 #include "simulator/pair_source.hpp"
-#include "simulator/port_query.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
@@ -29,12 +29,6 @@ enum class ScenarioKind {
   pairs,         // correlated pairs
   burst,         // trains at the highest rate that the link carries
   silent,        // nothing
-};
-
-// How fast a stream arrives.
-enum class Pace {
-  real_time,
-  as_read,  // as fast as the host reads
 };
 
 using ChannelNumbers = std::array<double, timing::channel_count>;
@@ -72,8 +66,5 @@ struct DevicePort {
 // Throws Failure when `port` names no unit, with a status of its own for every
 // kind of mistake.
 DevicePort parse_device_port(std::string_view port);
-
-// Takes the key "pace".
-Pace take_pace(PortQuery& query);
 
 }  // namespace zelk::simulator

@@ -4,10 +4,10 @@
 #include <string>
 #include <utility>
 
-#include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
 #include "simulator/model_backend.hpp"
 #include "simulator/open_device_model.hpp"
+#include "simulator/pace.hpp"
 #include "simulator/port_query.hpp"
 #include "simulator/port_values.hpp"
 #include "simulator/replay_device.hpp"

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "simulator/device_port.hpp"
+#include "simulator/pace.hpp"
 #include "simulator/recording_file.hpp"
 
 namespace zelk::simulator {

@@ -16,7 +16,7 @@
 #include <string>
 
 #include "simulator/device_backend.hpp"
-#include "simulator/device_port.hpp"
+#include "simulator/pace.hpp"
 #include "simulator/recorded_stream.hpp"
 #include "simulator/recording_file.hpp"
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "simulator/device_port.hpp"
+#include "simulator/pace.hpp"
 #include "simulator/signal_source.hpp"
 
 namespace zelk::simulator {
