@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
-#include "simulator/unit.hpp"
+#include "simulator/unit/device_port.hpp"
+#include "simulator/unit/unit.hpp"
 
 namespace zelk::simulator {
 namespace {

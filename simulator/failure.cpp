@@ -1,6 +1,6 @@
 #include "simulator/failure.hpp"
 
-#include "simulator/port_values.hpp"
+#include "simulator/ports/port_values.hpp"
 
 namespace zelk::simulator {
 

@@ -7,11 +7,11 @@
 #include "simulator/failure.hpp"
 #include "simulator/model_backend.hpp"
 #include "simulator/open_device_model.hpp"
-#include "simulator/pace.hpp"
-#include "simulator/port_query.hpp"
-#include "simulator/port_values.hpp"
-#include "simulator/replay_device.hpp"
-#include "simulator/tap_device.hpp"
+#include "simulator/ports/pace.hpp"
+#include "simulator/ports/port_query.hpp"
+#include "simulator/ports/port_values.hpp"
+#include "simulator/recordings/replay_device.hpp"
+#include "simulator/recordings/tap_device.hpp"
 
 namespace zelk::simulator {
 namespace {

@@ -1,9 +1,9 @@
 #include "simulator/open_device_model.hpp"
 
-#include "simulator/device_port.hpp"
 #include "simulator/failure.hpp"
-#include "simulator/faulty_device.hpp"
-#include "simulator/unit.hpp"
+#include "simulator/faults/faulty_device.hpp"
+#include "simulator/unit/device_port.hpp"
+#include "simulator/unit/unit.hpp"
 
 namespace zelk::simulator {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/signal_source.hpp"
+#include "simulator/signals/signal_source.hpp"
 
 namespace zelk::simulator {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "simulator/failure.hpp"
-#include "simulator/unit.hpp"
+#include "simulator/unit/unit.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {

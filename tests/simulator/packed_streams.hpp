@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/packed_delta_encoder.hpp"
+#include "simulator/encoders/packed_delta_encoder.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {

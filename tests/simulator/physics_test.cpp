@@ -7,7 +7,7 @@
 #include <cmath>
 #include <map>
 
-#include "simulator/delay_line.hpp"
+#include "simulator/unit/delay_line.hpp"
 #include "tests/simulator/unit_streams.hpp"
 
 namespace zelk::simulator {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "simulator/encoder_for.hpp"
+#include "simulator/encoders/encoder_for.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/encoder_for.hpp"
+#include "simulator/encoders/encoder_for.hpp"
 #include "simulator/failure.hpp"
-#include "simulator/unit.hpp"
+#include "simulator/unit/unit.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {

@@ -1,0 +1,38 @@
+// The values of the keys in a port string, and the statuses of failed opens
+// that come of them: each key has a status of its own for a value that is out
+// of range, and one for standing behind a port that does not take it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "simulator/failure.hpp"
+#include "simulator/ports/port_keys.hpp"
+#include "simulator/ports/port_query.hpp"
+#include "timing/time_tag.hpp"
+
+namespace zelk::simulator {
+
+// The failure of an open because of the value of a key.
+Failure bad_value(std::size_t row, std::string_view value);
+
+// The text of a status that belongs to a key; null for any other status.
+const char* key_status_text(std::int32_t status) noexcept;
+
+// Takes keys from `query` as their rows say; a key that is not there has its
+// default. Throws Failure for a value outside the key's range.
+std::optional<std::string> take_words(PortQuery& query, std::size_t row);
+std::int64_t take_whole(PortQuery& query, std::size_t row);
+double take_number(PortQuery& query, std::size_t row);
+std::optional<double> take_optional_number(PortQuery& query, std::size_t row);  // of no default
+std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query, std::size_t row);
+
+// To be called after the last key was taken: throws Failure for one that is
+// left, which is either unknown or not for the port.
+void expect_all_taken(const PortQuery& query);
+
+}  // namespace zelk::simulator

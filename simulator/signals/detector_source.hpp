@@ -1,0 +1,62 @@
+// The detectors in front of the unit's inputs: what they make of the light. An
+// event of the light is detected with the efficiency of its channel, unless the
+// detector is still dead from the event before; a detected one is a pulse of
+// the detector's amplitude, and may be followed by an afterpulse.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "simulator/signals/event_queue.hpp"
+#include "simulator/signals/random_numbers.hpp"
+#include "simulator/signals/signal_source.hpp"
+#include "timing/time_tag.hpp"
+
+namespace zelk::simulator {
+
+struct DetectorSettings {
+  // Per channel. A detector with an amplitude of 0 is dead.
+  std::array<double, timing::channel_count> amplitude_v{input_pulse_v, input_pulse_v, input_pulse_v,
+                                                        input_pulse_v};
+  std::array<double, timing::channel_count> efficiency{1, 1, 1, 1};  // 0 to 1
+
+  // Of all of them.
+  std::int64_t dead_time_ps = 0;
+  double afterpulse_probability = 0;  // of each pulse, afterpulses included; below 1
+  double afterpulse_tau_ps = 50e3;    // mean time of an afterpulse after its pulse
+
+  friend bool operator==(const DetectorSettings&, const DetectorSettings&) = default;
+};
+
+class DetectorSource final : public SignalSource {
+ public:
+  // `seed` is the unit's.
+  DetectorSource(std::unique_ptr<SignalSource> light, const DetectorSettings& settings,
+                 std::uint32_t seed);
+
+  // An event that is not detected has an amplitude below every threshold.
+  // Passing it on, rather than looking for one that is, keeps each call short
+  // where nothing is ever detected.
+  const Event* peek() override;
+  void pop() override;
+
+ private:
+  struct Detector {
+    RandomNumbers random;
+    std::int64_t ready_ps = 0;  // the end of its dead time
+  };
+
+  bool is_detected(const Event& event, bool is_afterpulse);
+  void plan_afterpulse(const Event& pulse);
+
+  std::unique_ptr<SignalSource> light_;
+  DetectorSettings settings_;
+  std::vector<Detector> detectors_;  // one a channel
+  EventQueue afterpulses_;
+  Event event_;  // what peek() returned
+  bool has_event_ = false;
+};
+
+}  // namespace zelk::simulator

@@ -1,0 +1,40 @@
+// Correlated events: pairs at random times, one event on each of two channels,
+// the second a fixed delay after the first, both with jitter.
+#pragma once
+
+#include <cstdint>
+
+#include "simulator/signals/event_queue.hpp"
+#include "simulator/signals/random_numbers.hpp"
+#include "simulator/signals/signal_source.hpp"
+
+namespace zelk::simulator {
+
+struct PairSettings {
+  std::uint8_t first_channel = 0;
+  std::uint8_t second_channel = 1;  // may be the first one
+  double rate_hz = 0;               // mean pairs a second, above 0
+  std::int64_t delay_ps = 0;        // negative: the second channel's event comes first
+  double jitter_rms_ps = 0;         // of each of the two events
+};
+
+class PairSource final : public SignalSource {
+ public:
+  PairSource(const PairSettings& settings, std::uint64_t seed);
+
+  const Event* peek() override;
+  void pop() override { events_.remove_first(); }
+
+ private:
+  void add_pair();
+
+  PairSettings settings_;
+  double mean_wait_ps_;
+  std::int64_t first_offset_ps_;   // from a pair's beginning to its events, without
+  std::int64_t second_offset_ps_;  // jitter: no event comes before the beginning
+  std::int64_t pair_ps_ = 0;       // the beginning of the latest pair
+  RandomNumbers random_;
+  EventQueue events_;
+};
+
+}  // namespace zelk::simulator

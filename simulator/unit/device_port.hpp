@@ -1,0 +1,70 @@
+// What a port string asks for. "ftdi://" and the discovered port name the
+// default unit; "sim://SCENARIO?key=value&key=value" names a unit with the
+// signals of a scenario.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "simulator/faults/fault_plan.hpp"
+#include "simulator/ports/pace.hpp"
+#include "simulator/signals/detector_source.hpp"
+#include "simulator/signals/pair_source.hpp"
+#include "simulator/unit/link.hpp"
+#include "timing/time_tag.hpp"
+
+namespace zelk::simulator {
+
+// The one unit that discovery lists.
+inline constexpr std::string_view default_unit_serial = "ZK4-0001";
+inline constexpr std::string_view default_unit_port = "ftdi://ZK4-0001";
+
+enum class ScenarioKind {
+  default_unit,  // correlated pairs over random background
+  tags,          // recorded tags
+  pulses,        // periodic pulses
+  random,        // random events
+  pairs,         // correlated pairs
+  burst,         // trains at the highest rate that the link carries
+  silent,        // nothing
+};
+
+using ChannelNumbers = std::array<double, timing::channel_count>;
+
+// A unit as its keys describe it; the keys' rows say what the numbers mean.
+struct DevicePort {
+  ScenarioKind scenario = ScenarioKind::default_unit;
+  Pace pace = Pace::real_time;
+  std::uint32_t seed = 1;  // of everything that is random
+
+  // Signals of the scenarios.
+  std::string tag_file;
+  bool loop = false;
+  std::int64_t loop_gap_ps = 0;
+  double pulse_frequency_hz = 0;
+  ChannelNumbers pulse_delay_ps{};
+  double jitter_rms_ps = 0;
+  ChannelNumbers random_rate_hz{};
+  PairSettings pairs;
+  std::int64_t burst_ps = 0;
+  std::int64_t pause_ps = 0;
+
+  // Around every signal.
+  ChannelNumbers background_hz{};
+  DetectorSettings detector;
+  double drift_ppm = 0;
+  double start_epoch_ms = 0;
+  double bin_nonuniformity = 0;
+
+  LinkSettings link;
+  std::uint32_t start_bits = 0;  // missing at the front of each packed_delta stream
+  FaultPlan faults{};
+};
+
+// Throws Failure when `port` names no unit, with a status of its own for every
+// kind of mistake.
+DevicePort parse_device_port(std::string_view port);
+
+}  // namespace zelk::simulator
