@@ -16,8 +16,9 @@ using std::chrono::milliseconds;
 // again at once would otherwise do nothing else.
 constexpr milliseconds empty_read{1};
 
-// Damaged bytes are made for at most this much of the healthy stream at once.
-constexpr std::size_t max_piece_bytes = std::size_t{1} << 18;
+// Damaged bytes are made for at most this much of the healthy stream at once:
+// where every bit is drawn for, more would hold a read well beyond its time-out.
+constexpr std::size_t max_piece_bytes = std::size_t{1} << 15;
 
 Failure failure_of(const FailingCall& failing) {
   return {static_cast<Status>(failing.status), failing.last_error};

@@ -349,6 +349,16 @@ TEST(FaultyDevice, ReadsNeverTakeMoreThanTheirBufferHolds) {
   }
 }
 
+// Half a million random numbers in a read would hold it for long.
+TEST(FaultyDevice, DamageIsMadeInSmallPieces) {
+  const Bench bench("insert_bits=1");
+  bench.healthy->available = 1'000'000;
+  bench.start();
+  const std::size_t size = bench.read(1'000'000).size();
+  EXPECT_GT(size, 0U);
+  EXPECT_LE(size, 65'536U);
+}
+
 TEST(FaultyDevice, StreamThatLosesEverythingTimesOut) {
   const Bench bench("lose_bytes=1");
   bench.start();
