@@ -152,7 +152,7 @@ TEST(ReadsThatTimeOutAtOnce, HaveAReportWithoutTags) {
 
 // The read still holds the device, so nobody may close it.
 TEST(HangingRead, IsGivenUpWithOneLine) {
-  const SmokeTestResult result = run_logged(arguments_with("hang_at_s=0.05", "0.1"));
+  const SmokeTestResult result = run_logged(arguments_with("hang_at_s=0.05", "1"));
   EXPECT_EQ(result.error, "the device library does not answer\n");
   EXPECT_EQ(result.output, internal_reference_line);
   EXPECT_EQ(result.exit_status, 2);
