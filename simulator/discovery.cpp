@@ -1,10 +1,10 @@
 #include "simulator/discovery.hpp"
 
-#include <charconv>
 #include <cstdint>
 #include <string_view>
 
 #include "simulator/failure.hpp"
+#include "simulator/ports/number_text.hpp"
 #include "simulator/unit/device_port.hpp"
 #include "simulator/unit/unit.hpp"
 
@@ -22,14 +22,11 @@ Failure malformed(std::string_view request) {
 
 // Throws the failure that `request` asks for.
 [[noreturn]] void fail(std::string_view request) {
-  const std::string_view text = request.substr(fail_prefix.size());
-  std::int32_t status = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, status);
-  if (error != std::errc{} || rest != end || status == 0) {
+  const auto status = number_from<std::int32_t>(request.substr(fail_prefix.size()));
+  if (status.value_or(0) == 0) {
     throw malformed(request);
   }
-  throw Failure(static_cast<Status>(status), "discovery fails as asked");
+  throw Failure(static_cast<Status>(*status), "discovery fails as asked");
 }
 
 // None for a port that names no simulated unit: opening it will tell why.

@@ -1,10 +1,9 @@
 #include "simulator/faults/fault_plan.hpp"
 
 #include <algorithm>
-#include <charconv>
-#include <limits>
 
 #include "simulator/failure.hpp"
+#include "simulator/ports/number_text.hpp"
 #include "simulator/ports/port_query.hpp"
 #include "simulator/ports/port_values.hpp"
 
@@ -14,13 +13,9 @@ namespace {
 // The whole of `text` as a number in the range given.
 template <typename Number>
 std::optional<Number> number_in(std::string_view text, Number lowest, Number highest) {
-  Number number{};
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc{} || rest != end || !(number >= lowest && number <= highest)) {
-    return std::nullopt;
-  }
-  return number;
+  const std::optional<Number> number = number_from<Number>(text);
+  // In this form a comparison with "not a number" refuses it.
+  return number && *number >= lowest && *number <= highest ? number : std::nullopt;
 }
 
 std::optional<Call> call_named(std::string_view name) {
@@ -66,12 +61,10 @@ bool parse_place(std::string_view text, FailingCall& failing) {
 
 // Fails for anything but CALL[#N|@SECONDS]:STATUS[:TEXT].
 FailingCall parse_failing_call(std::string_view item, std::size_t row) {
-  constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
-  constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
   FailingCall failing;
   std::string_view rest = item;
   const std::string place = take_until(rest, ':');
-  const auto status = number_in<std::int32_t>(take_until(rest, ':'), lowest, highest);
+  const auto status = number_from<std::int32_t>(take_until(rest, ':'));
   if (!parse_place(place, failing) || status.value_or(0) == 0) {
     throw bad_value(row, item);
   }

@@ -1,8 +1,8 @@
 #include "simulator/ports/port_values.hpp"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
+
+#include "simulator/ports/number_text.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -84,22 +84,10 @@ Status status_of(std::int32_t first, std::size_t row) {
   return static_cast<Status>(first - static_cast<std::int32_t>(row));
 }
 
-// The whole of `text` as a number.
-template <typename Number>
-std::optional<Number> parsed(std::string_view text) {
-  Number number{};
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc{} || rest != end) {
-    return std::nullopt;
-  }
-  return number;
-}
-
 template <typename Number>
 Number number_in_range(std::string_view text, std::size_t row) {
   const PortKey& key = port_keys[row];
-  const std::optional<Number> number = parsed<Number>(text);
+  const std::optional<Number> number = number_from<Number>(text);
   // In this form a comparison with "not a number" refuses it.
   if (!number || !(*number >= static_cast<Number>(key.lowest) &&
                    *number <= static_cast<Number>(key.highest))) {
