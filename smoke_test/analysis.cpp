@@ -7,13 +7,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "timing/sorted_times.hpp"
-#include "timing/wrapping.hpp"
+#include "timing/detail/sorted_times.hpp"
+#include "timing/detail/wrapping.hpp"
 
-using zelk::timing::magnitude;
-using zelk::timing::SortedTimes;
-using zelk::timing::wrap_add;
-using zelk::timing::wrap_sub;
+using zelk::timing::detail::magnitude;
+using zelk::timing::detail::SortedTimes;
+using zelk::timing::detail::wrap_add;
+using zelk::timing::detail::wrap_sub;
 using zelk::timing::XcorrHistogram;
 
 namespace {

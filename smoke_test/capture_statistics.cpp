@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <numeric>
 
-#include "timing/wrapping.hpp"
+#include "timing/detail/wrapping.hpp"
 
-using zelk::timing::wrap_sub;
+using zelk::timing::detail::wrap_sub;
 
 namespace {
 

@@ -4,14 +4,19 @@
 #include <algorithm>
 #include <array>
 
-#include "timing/byte_order.hpp"
-#include "timing/epoch_excess.hpp"
+#include "timing/detail/byte_order.hpp"
+#include "timing/detail/epoch_excess.hpp"
+#include "timing/detail/wrapping.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
-#include "timing/wrapping.hpp"
 
 namespace zelk::timing {
 namespace {
+
+using detail::accepts_corrected_step;
+using detail::correct_epoch_excess;
+using detail::load_be32;
+using detail::wrap_add;
 
 namespace delta32 = wire::delta32;
 

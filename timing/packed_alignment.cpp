@@ -17,6 +17,8 @@
 namespace zelk::timing {
 namespace {
 
+using detail::BitReader;
+
 // How many bytes a candidate's scan covers.
 constexpr std::size_t scan_range_bytes = 65536;
 

@@ -15,7 +15,7 @@
 #include <span>
 #include <vector>
 
-#include "timing/bit_reader.hpp"
+#include "timing/detail/bit_reader.hpp"
 #include "timing/time_tag.hpp"
 #include "timing/wire_format.hpp"
 
@@ -110,13 +110,13 @@ class PackedAlignmentSearch {
 
   void begin(const Stream& stream, std::size_t last_start_byte);
   [[nodiscard]] bool is_start(std::uint64_t bit) const;
-  void advance(std::size_t grid_index, const BitReader& reader, std::uint64_t end_record);
+  void advance(std::size_t grid_index, const detail::BitReader& reader, std::uint64_t end_record);
   void add_follower(Grid& grid, std::uint64_t first_bit) const;
-  void advance_alone(Grid& grid, std::uint64_t first_bit, const BitReader& reader,
+  void advance_alone(Grid& grid, std::uint64_t first_bit, const detail::BitReader& reader,
                      std::uint64_t end_record) const;
   template <bool all_active>
   std::uint64_t skip_idle(Scan& scan, std::uint64_t index, std::uint64_t first_bit,
-                          const BitReader& reader, std::uint64_t end_record) const;
+                          const detail::BitReader& reader, std::uint64_t end_record) const;
   void step(Scan& scan, std::uint64_t record, std::uint64_t index) const;
   static void merge_equal_scans(Grid& grid);
   [[nodiscard]] Scan scan_of(const Grid& grid, std::size_t start_record) const;

@@ -6,14 +6,20 @@
 #include <iostream>
 #include <string>
 
-#include "timing/bit_reader.hpp"
-#include "timing/epoch_excess.hpp"
+#include "timing/detail/bit_reader.hpp"
+#include "timing/detail/epoch_excess.hpp"
+#include "timing/detail/wrapping.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
-#include "timing/wrapping.hpp"
 
 namespace zelk::timing {
 namespace {
+
+using detail::accepts_corrected_step;
+using detail::BitReader;
+using detail::correct_epoch_excess;
+using detail::wrap_add;
+using detail::wrap_sub;
 
 namespace packed = wire::packed_delta;
 

@@ -2,13 +2,18 @@
 // anything that is not a record.
 #include <cctype>
 
-#include "timing/byte_order.hpp"
+#include "timing/detail/byte_order.hpp"
+#include "timing/detail/wrapping.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
-#include "timing/wrapping.hpp"
 
 namespace zelk::timing {
 namespace {
+
+using detail::load_be64;
+using detail::wrap_add;
+using detail::wrap_mul;
+using detail::wrap_sub;
 
 namespace raw64 = wire::raw64;
 

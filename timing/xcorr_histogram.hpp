@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "timing/sorted_times.hpp"
-#include "timing/wrapping.hpp"
+#include "timing/detail/sorted_times.hpp"
+#include "timing/detail/wrapping.hpp"
 
 namespace zelk::timing {
 
@@ -85,12 +85,14 @@ inline bool windows_stay_in_range(std::span<const std::int64_t> times, std::int6
 inline XcorrHistogram xcorr_histogram(const std::vector<std::int64_t>& a,
                                       const std::vector<std::int64_t>& b, std::int64_t range_ps,
                                       std::int64_t bin_width_ps, std::int64_t offset_ps) {
+  using detail::wrap_add;
+  using detail::wrap_sub;
   XcorrHistogram histogram = detail::empty_histogram(range_ps, bin_width_ps);
   if (range_ps < 1 || bin_width_ps < 1 || a.empty() || b.empty()) {
     return histogram;
   }
-  const SortedTimes sorted_a(a);
-  const SortedTimes sorted_b(b);
+  const detail::SortedTimes sorted_a(a);
+  const detail::SortedTimes sorted_b(b);
   const std::span<const std::int64_t> partners = sorted_b.get();
   // Bounds that wrap around may lie anywhere and take a search per time.
   const bool forward_only = detail::windows_stay_in_range(sorted_a.get(), offset_ps, range_ps);

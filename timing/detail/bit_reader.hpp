@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <span>
 
-#include "timing/byte_order.hpp"
+#include "timing/detail/byte_order.hpp"
 
-namespace zelk::timing {
+namespace zelk::timing::detail {
 
 class BitReader {
  public:
@@ -42,4 +42,4 @@ class BitReader {
   std::span<const std::uint8_t> bytes_;
 };
 
-}  // namespace zelk::timing
+}  // namespace zelk::timing::detail

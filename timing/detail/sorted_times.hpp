@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-namespace zelk::timing {
+namespace zelk::timing::detail {
 
 class SortedTimes {
  public:
@@ -28,4 +28,4 @@ class SortedTimes {
   std::span<const std::int64_t> view_;
 };
 
-}  // namespace zelk::timing
+}  // namespace zelk::timing::detail

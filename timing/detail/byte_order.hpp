@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace zelk::timing {
+namespace zelk::timing::detail {
 
 constexpr std::uint32_t load_be32(const std::uint8_t* bytes) {
   return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
@@ -15,4 +15,4 @@ constexpr std::uint64_t load_be64(const std::uint8_t* bytes) {
   return std::uint64_t{load_be32(bytes)} << 32 | load_be32(bytes + 4);
 }
 
-}  // namespace zelk::timing
+}  // namespace zelk::timing::detail

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace zelk::timing {
+namespace zelk::timing::detail {
 
 constexpr std::int64_t wrap_add(std::int64_t a, std::int64_t b) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
@@ -25,4 +25,4 @@ constexpr std::uint64_t magnitude(std::int64_t a) {
   return a < 0 ? 0 - static_cast<std::uint64_t>(a) : static_cast<std::uint64_t>(a);
 }
 
-}  // namespace zelk::timing
+}  // namespace zelk::timing::detail

@@ -6,7 +6,7 @@
 
 #include "timing/time_tag.hpp"
 
-namespace zelk::timing {
+namespace zelk::timing::detail {
 
 // Whether a step of `step_ps` from `previous_ps` (taken as 0 when negative)
 // leads past the end of the coarse epoch that `previous_ps` lies in.
@@ -35,4 +35,4 @@ constexpr std::uint64_t correct_epoch_excess(std::uint64_t delta_ps, std::uint64
   return accepts_corrected_step(previous_ps, corrected) ? corrected : delta_ps;
 }
 
-}  // namespace zelk::timing
+}  // namespace zelk::timing::detail

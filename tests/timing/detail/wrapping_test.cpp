@@ -1,4 +1,4 @@
-#include "timing/wrapping.hpp"
+#include "timing/detail/wrapping.hpp"
 
 #include <gtest/gtest.h>
 
@@ -7,10 +7,10 @@
 
 namespace {
 
-using zelk::timing::magnitude;
-using zelk::timing::wrap_add;
-using zelk::timing::wrap_mul;
-using zelk::timing::wrap_sub;
+using zelk::timing::detail::magnitude;
+using zelk::timing::detail::wrap_add;
+using zelk::timing::detail::wrap_mul;
+using zelk::timing::detail::wrap_sub;
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();

@@ -1,4 +1,4 @@
-#include "timing/sorted_times.hpp"
+#include "timing/detail/sorted_times.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 namespace {
 
 using testing::ElementsAre;
-using zelk::timing::SortedTimes;
+using zelk::timing::detail::SortedTimes;
 
 TEST(SortedTimes, BorrowsAListThatIsInOrder) {
   const std::vector<std::int64_t> times{-4, 1, 1, 9};
