@@ -14,7 +14,7 @@ class ActiveStream {
   explicit ActiveStream(zelk::timing::Device& device) : device_(&device) {}
   ~ActiveStream() {
     if (device_ != nullptr) {
-      qx_stop_stream_mode(device_->handle, true);
+      device_->stop_stream_quietly(true);
     }
   }
   ActiveStream(const ActiveStream&) = delete;

@@ -11,34 +11,13 @@
 using zelk::timing::Device;
 using zelk::timing::Error;
 using zelk::timing::Format;
-using zelk::timing::Identity;
 using zelk::timing::ReferenceClockStatus;
 
 namespace {
 
-void require(qx_status status, const char* operation, const Device& device) {
-  if (status != 0) {
-    zelk::timing::detail::check(status, operation, device.handle);
-  }
-}
-
-Identity identify(const Device& device) {
-  qx_identity record{};
-  require(qx_identify(device.handle, &record), "identify", device);
-  return Identity::from_c(record);
-}
-
-qx_reference_clock program_reference_clock(const Device& device, const Config& config) {
-  qx_reference_clock record{};
-  if (config.set_reference) {
-    require(qx_set_reference_clock(device.handle, static_cast<std::uint32_t>(config.ref_source),
-                                   static_cast<std::uint32_t>(config.ref_signal), &record),
-            "set_reference_clock", device);
-  } else {
-    require(qx_get_reference_clock_status(device.handle, &record), "reference_clock_status",
-            device);
-  }
-  return record;
+ReferenceClockStatus program_reference_clock(Device& device, const Config& config) {
+  return config.set_reference ? device.set_reference_clock(config.ref_source, config.ref_signal)
+                              : device.reference_clock_status();
 }
 
 // Statuses of units whose reference clock cannot be controlled; these units
@@ -48,11 +27,11 @@ bool means_uncontrollable_clock(qx_status status) {
 }
 
 // Returns the active source as the device numbers it, or -1.
-std::int32_t set_up_reference_clock(const Device& device, const Config& config) {
+std::int32_t set_up_reference_clock(Device& device, const Config& config) {
   try {
-    const qx_reference_clock record = program_reference_clock(device, config);
-    print_ref_status(ReferenceClockStatus::from_c(record), "ref");
-    return record.active;
+    const ReferenceClockStatus status = program_reference_clock(device, config);
+    print_ref_status(status, "ref");
+    return static_cast<std::int32_t>(status.active);
   } catch (const Error& error) {
     if (!means_uncontrollable_clock(error.status)) {
       throw;
@@ -62,53 +41,39 @@ std::int32_t set_up_reference_clock(const Device& device, const Config& config) 
   }
 }
 
-void set_up_delay_lines(const Device& device, const Config& config, DeviceSettings& settings) {
-  std::array<std::uint8_t, zelk::timing::channel_count> requested{};
+void set_up_delay_lines(Device& device, const Config& config, DeviceSettings& settings) {
+  Device::PerChannel<std::uint8_t> requested{};
   requested.fill(config.tdl_mask);
-  require(qx_set_tdl_active_masks(device.handle, requested.data()), "set_tdl_active_masks", device);
-  require(qx_get_tdl_active_masks(device.handle, settings.tdl_masks.data()), "get_tdl_active_masks",
-          device);
+  device.set_tdl_active_masks(requested);
+  settings.tdl_masks = device.tdl_active_masks();
 }
 
-void set_up_inputs(const Device& device, const Config& config, DeviceSettings& settings) {
+void set_up_inputs(Device& device, const Config& config, DeviceSettings& settings) {
   if (std::isfinite(config.threshold_v)) {
-    std::array<std::uint16_t, zelk::timing::channel_count> codes{};
+    Device::PerChannel<std::uint16_t> codes{};
     codes.fill(threshold_code(config.threshold_v));
-    require(qx_set_dac_codes(device.handle, codes.data()), "set_dac_codes", device);
+    device.set_threshold_codes(codes);
   }
   if (config.dead_time_ps >= 0) {
-    require(
-        qx_set_input_dead_time(device.handle, config.dead_time_ps, &settings.applied_dead_time_ps),
-        "set_input_dead_time", device);
+    settings.applied_dead_time_ps = device.set_dead_time(config.dead_time_ps);
   }
 }
 
-void set_up_stream_format(const Device& device, const Config& config, DeviceSettings& settings) {
-  settings.packed_bits = config.packed_bits;
-  settings.packed_quantum_ps = config.packed_quantum_ps;
+void set_up_stream_format(Device& device, const Config& config, DeviceSettings& settings) {
+  settings.packed = {.bits = config.packed_bits, .quantum_ps = config.packed_quantum_ps};
   if (config.format == Format::packed_delta) {
-    settings.packed_bits = zelk::timing::wire::packed_delta::default_bits;
-    settings.packed_quantum_ps = zelk::timing::wire::packed_delta::default_quantum_ps;
-    require(qx_set_packed_delta_config(device.handle, config.packed_bits, config.packed_quantum_ps,
-                                       &settings.packed_bits, &settings.packed_quantum_ps),
-            "set_packed_delta_config", device);
+    settings.packed = device.set_packed_delta_config(settings.packed);
   }
-  require(qx_set_stream_interface(device.handle, static_cast<std::uint32_t>(config.transport),
-                                  static_cast<std::uint32_t>(config.format)),
-          "set_stream_interface", device);
-  require(qx_set_stream_channel_mask(device.handle, config.channel_mask), "set_stream_channels",
-          device);
+  device.set_stream_interface(config.transport, config.format);
+  device.set_stream_channels(config.channel_mask);
 }
 
-void set_up_calibration_source(const Device& device, const Config& config,
-                               DeviceSettings& settings) {
+void set_up_calibration_source(Device& device, const Config& config, DeviceSettings& settings) {
   if (config.mode == StreamMode::internal) {
-    require(
-        qx_set_calibration_freq(device.handle, config.cal_freq_hz, &settings.calibration_divider),
-        "set_calibration_freq", device);
-    require(qx_enable_calibration_source(device.handle), "enable_calibration_source", device);
+    settings.calibration_divider = device.set_calibration_freq(config.cal_freq_hz);
+    device.enable_calibration_source();
   } else {
-    require(qx_disable_calibration_source(device.handle), "disable_calibration_source", device);
+    device.disable_calibration_source();
   }
 }
 
@@ -121,10 +86,10 @@ Device open_device(const Config& config) {
 
 DeviceSettings set_up_device(Device& device, const Config& config) {
   DeviceSettings settings;
-  settings.identity = identify(device);
+  settings.identity = device.identify();
   settings.calibration_path = calibration_path_for(settings.identity.serial);
   if (config.load_calibration) {
-    settings.calibration_loaded = qx_load_calibration(device.handle, 1) == 0;
+    settings.calibration_loaded = device.load_calibration();
   }
   settings.active_reference = set_up_reference_clock(device, config);
   set_up_delay_lines(device, config, settings);
@@ -134,20 +99,14 @@ DeviceSettings set_up_device(Device& device, const Config& config) {
   return settings;
 }
 
-void start_stream(Device& device, const Config& config) {
-  const auto mode = static_cast<std::uint32_t>(config.mode);
-  require(qx_start_stream_mode(device.handle, mode, 0), "start_stream(mode)", device);
-  device.stream_mode = static_cast<std::int32_t>(mode);
-}
-
 zelk::timing::StreamFileHeader stream_header(const Config& config, const DeviceSettings& settings) {
   zelk::timing::StreamFileHeader header;
   header.format = config.format;
   header.mode = config.mode;
   header.transport = config.transport;
   header.channel_mask = config.channel_mask;
-  header.packed_bits = settings.packed_bits;
-  header.packed_quantum_ps = settings.packed_quantum_ps;
+  header.packed_bits = settings.packed.bits;
+  header.packed_quantum_ps = settings.packed.quantum_ps;
   header.timestamp_layout = zelk::timing::timestamp_layout_for(config.format, config.mode);
   return header;
 }

@@ -15,12 +15,11 @@ struct DeviceSettings {
   zelk::timing::Identity identity;
   std::string calibration_path;  // where this unit's calibration belongs
   bool calibration_loaded = false;
-  std::int32_t active_reference = -1;  // -1: the reference clock is out of control
+  std::int32_t active_reference = -1;  // -1: the reference clock cannot be controlled
   std::array<std::uint8_t, zelk::timing::channel_count> tdl_masks{};  // read back
   std::int64_t applied_dead_time_ps = 0;
-  std::uint8_t packed_bits = 0;  // as accepted by the device
-  std::uint16_t packed_quantum_ps = 0;
-  std::uint32_t calibration_divider = 0;  // 0 in external mode
+  zelk::timing::PackedDeltaConfig packed;  // as accepted by the device
+  std::uint32_t calibration_divider = 0;   // 0 in external mode
 };
 
 // Opens config.port, or the first discovered device when it is empty.
@@ -31,9 +30,6 @@ zelk::timing::Device open_device(const Config& config);
 // calibration that does not load and a reference clock that cannot be
 // controlled are no failures.
 DeviceSettings set_up_device(zelk::timing::Device& device, const Config& config);
-
-// Starts the stream in config.mode. Throws zelk::timing::Error.
-void start_stream(zelk::timing::Device& device, const Config& config);
 
 // Describes the stream that the device now sends.
 zelk::timing::StreamFileHeader stream_header(const Config& config, const DeviceSettings& settings);

@@ -51,7 +51,7 @@ int run_smoke_test(const Config& config) {
   watchdog.kick(Watchdog::set_up_limit);
   zelk::timing::Device device = open_device(config);
   const DeviceSettings settings = set_up_device(device, config);
-  start_stream(device, config);
+  device.start_stream(config.mode);
   ActiveStream stream(device);
   const zelk::timing::StreamFileHeader header = stream_header(config, settings);
 

@@ -130,6 +130,95 @@ Device& Device::operator=(Device&& other) noexcept {
   return *this;
 }
 
+void Device::require(qx_status status, const char* operation) const {
+  if (status != 0) {
+    detail::check(status, operation, handle);
+  }
+}
+
+Identity Device::identify() {
+  qx_identity record{};
+  require(qx_identify(handle, &record), "identify");
+  return Identity::from_c(record);
+}
+
+bool Device::load_calibration() {
+  return qx_load_calibration(handle, 1) == 0;
+}
+
+ReferenceClockStatus Device::reference_clock_status() {
+  qx_reference_clock record{};
+  require(qx_get_reference_clock_status(handle, &record), "reference_clock_status");
+  return ReferenceClockStatus::from_c(record);
+}
+
+ReferenceClockStatus Device::set_reference_clock(ReferenceClockSource source,
+                                                 ReferenceSignal signal) {
+  qx_reference_clock record{};
+  require(qx_set_reference_clock(handle, static_cast<std::uint32_t>(source),
+                                 static_cast<std::uint32_t>(signal), &record),
+          "set_reference_clock");
+  return ReferenceClockStatus::from_c(record);
+}
+
+void Device::set_tdl_active_masks(const PerChannel<std::uint8_t>& masks) {
+  require(qx_set_tdl_active_masks(handle, masks.data()), "set_tdl_active_masks");
+}
+
+Device::PerChannel<std::uint8_t> Device::tdl_active_masks() {
+  PerChannel<std::uint8_t> masks{};
+  require(qx_get_tdl_active_masks(handle, masks.data()), "get_tdl_active_masks");
+  return masks;
+}
+
+void Device::set_threshold_codes(const PerChannel<std::uint16_t>& codes) {
+  require(qx_set_dac_codes(handle, codes.data()), "set_dac_codes");
+}
+
+std::int64_t Device::set_dead_time(std::int64_t dead_time_ps) {
+  std::int64_t applied_ps = 0;
+  require(qx_set_input_dead_time(handle, dead_time_ps, &applied_ps), "set_input_dead_time");
+  return applied_ps;
+}
+
+PackedDeltaConfig Device::set_packed_delta_config(const PackedDeltaConfig& requested) {
+  PackedDeltaConfig accepted{.bits = wire::packed_delta::default_bits,
+                             .quantum_ps = wire::packed_delta::default_quantum_ps};
+  require(qx_set_packed_delta_config(handle, requested.bits, requested.quantum_ps, &accepted.bits,
+                                     &accepted.quantum_ps),
+          "set_packed_delta_config");
+  return accepted;
+}
+
+void Device::set_stream_interface(Transport transport, Format format) {
+  require(qx_set_stream_interface(handle, static_cast<std::uint32_t>(transport),
+                                  static_cast<std::uint32_t>(format)),
+          "set_stream_interface");
+}
+
+void Device::set_stream_channels(std::uint8_t mask) {
+  require(qx_set_stream_channel_mask(handle, mask), "set_stream_channels");
+}
+
+std::uint32_t Device::set_calibration_freq(double frequency_hz) {
+  std::uint32_t divider = 0;
+  require(qx_set_calibration_freq(handle, frequency_hz, &divider), "set_calibration_freq");
+  return divider;
+}
+
+void Device::enable_calibration_source() {
+  require(qx_enable_calibration_source(handle), "enable_calibration_source");
+}
+
+void Device::disable_calibration_source() {
+  require(qx_disable_calibration_source(handle), "disable_calibration_source");
+}
+
+void Device::start_stream(StreamMode mode) {
+  require(qx_start_stream_mode(handle, static_cast<std::uint32_t>(mode), 0), "start_stream(mode)");
+  stream_mode = static_cast<std::int32_t>(mode);
+}
+
 std::optional<std::size_t> Device::read_stream_bytes(std::span<std::uint8_t> buffer) {
   std::size_t received = 0;
   const qx_status status =
@@ -137,16 +226,16 @@ std::optional<std::size_t> Device::read_stream_bytes(std::span<std::uint8_t> buf
   if (status == read_timeout_status) {
     return std::nullopt;
   }
-  if (status != 0) {
-    detail::check(status, "read_stream_bytes", handle);
-  }
+  require(status, "read_stream_bytes");
   return std::min(received, buffer.size());
 }
 
 void Device::stop_stream_any(bool flag) {
-  if (const qx_status status = qx_stop_stream_mode(handle, flag); status != 0) {
-    detail::check(status, "stop_stream_any", handle);
-  }
+  require(qx_stop_stream_mode(handle, flag), "stop_stream_any");
+}
+
+void Device::stop_stream_quietly(bool flag) noexcept {
+  qx_stop_stream_mode(handle, flag);
 }
 
 std::string default_calibration_dir() {

@@ -1,4 +1,5 @@
-// The owning handle of one opened time-to-digital converter, and discovery.
+// The owning handle of one opened time-to-digital converter, with every call
+// that a program needs, and discovery.
 //
 // A Device owns its library handle and closes it when destroyed. It is made
 // and destroyed on the main thread; while a TagStreamReader runs, only the
@@ -15,7 +16,9 @@
 #include <vector>
 
 #include "timing/c_api/zelk_timing.h"
+#include "timing/reference_clock.hpp"
 #include "timing/time_tag.hpp"
+#include "timing/transport.hpp"
 
 namespace zelk::timing {
 
@@ -37,8 +40,19 @@ struct DiscoveredDevice {
   Identity identity;
 };
 
+// Delta width and tick of a packed_delta stream.
+struct PackedDeltaConfig {
+  std::uint8_t bits = 0;         // payload bits of a record
+  std::uint16_t quantum_ps = 0;  // one tick
+
+  friend bool operator==(const PackedDeltaConfig&, const PackedDeltaConfig&) = default;
+};
+
 class Device {
  public:
+  template <typename T>
+  using PerChannel = std::array<T, channel_count>;
+
   // The rate of the library's fixed-rate entry point, in bits per second.
   static constexpr int standard_rate = 3'000'000;
 
@@ -62,6 +76,58 @@ class Device {
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
 
+  // Set-up. Each function is one call of the device library and throws Error
+  // when that fails, under the name in quotation marks.
+
+  // What the device calls itself. "identify".
+  Identity identify();
+
+  // Lets the library load the calibration of this unit. False when it could
+  // not; a device works without one.
+  bool load_calibration();
+
+  // The state of the reference clock. "reference_clock_status".
+  ReferenceClockStatus reference_clock_status();
+
+  // Asks for a reference clock; returns the state that came of it.
+  // "set_reference_clock".
+  ReferenceClockStatus set_reference_clock(ReferenceClockSource source, ReferenceSignal signal);
+
+  // The active delay lines, bit n for line n. "set_tdl_active_masks",
+  // "get_tdl_active_masks".
+  void set_tdl_active_masks(const PerChannel<std::uint8_t>& masks);
+  PerChannel<std::uint8_t> tdl_active_masks();
+
+  // The input thresholds as codes: read as signed 16-bit numbers they rise from
+  // -32768 (0 V) to 32767 (4 V). "set_dac_codes".
+  void set_threshold_codes(const PerChannel<std::uint16_t>& codes);
+
+  // The dead time of every input; returns what the device made of it.
+  // "set_input_dead_time".
+  std::int64_t set_dead_time(std::int64_t dead_time_ps);
+
+  // Returns what the device made of the request. "set_packed_delta_config".
+  PackedDeltaConfig set_packed_delta_config(const PackedDeltaConfig& requested);
+
+  // "set_stream_interface".
+  void set_stream_interface(Transport transport, Format format);
+
+  // The channels in the stream, bit n for channel n. "set_stream_channels".
+  void set_stream_channels(std::uint8_t mask);
+
+  // The frequency of the calibration source; returns the divider of the device
+  // clock that comes nearest. "set_calibration_freq".
+  std::uint32_t set_calibration_freq(double frequency_hz);
+
+  // Switches the calibration source on or off. "enable_calibration_source",
+  // "disable_calibration_source".
+  void enable_calibration_source();
+  void disable_calibration_source();
+
+  // Starts the stream and remembers the mode in `stream_mode`.
+  // "start_stream(mode)".
+  void start_stream(StreamMode mode);
+
   // Handed to every stream read; the device library's unit.
   static constexpr int read_timeout = 20;
 
@@ -74,6 +140,10 @@ class Device {
   // "stop_stream_any".
   void stop_stream_any(bool flag);
 
+  // The same on the way out of a failure, where nothing is left to be said: one
+  // call of the library, whatever it answers.
+  void stop_stream_quietly(bool flag) noexcept;
+
   qx_device* handle = nullptr;   // null when nothing is open
   bool owns = false;             // this object closes `handle`
   std::int32_t stream_mode = 0;  // the mode last started
@@ -82,6 +152,7 @@ class Device {
 
  private:
   Device() = default;
+  void require(qx_status status, const char* operation) const;
 };
 
 // Where per-device calibration files live: "$HOME/.zelk.timing/calibrations",

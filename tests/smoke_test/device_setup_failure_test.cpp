@@ -39,7 +39,7 @@ Error set_up_error(const Script& script, StreamMode mode) {
   try {
     Device device = Device::open("ftdi://", Device::standard_rate);
     set_up_device(device, config);
-    start_stream(device, config);
+    device.start_stream(config.mode);
   } catch (const Error& error) {
     return error;
   }

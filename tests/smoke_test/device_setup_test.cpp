@@ -47,7 +47,7 @@ SetUpRun set_up(const Script& script, const Config& config) {
     result.settings = set_up_device(device, config);
     result.printed = printed.text();
   }
-  start_stream(device, config);
+  device.start_stream(config.mode);
   result.calls = scripted_device::calls();
   result.calls.erase(result.calls.begin());
   return result;
@@ -256,8 +256,8 @@ TEST(PackedConfiguration, AcceptedPairReplacesTheRequest) {
   config.packed_bits = 20;
   config.packed_quantum_ps = 1;
   const SetUpRun result = set_up(Script{.accepted_packed = {{18, 4}}}, config);
-  EXPECT_EQ(result.settings.packed_bits, 18);
-  EXPECT_EQ(result.settings.packed_quantum_ps, 4);
+  EXPECT_EQ(result.settings.packed.bits, 18);
+  EXPECT_EQ(result.settings.packed.quantum_ps, 4);
 }
 
 TEST(PackedConfiguration, IsNotMadeForOtherFormats) {
@@ -268,8 +268,8 @@ TEST(PackedConfiguration, IsNotMadeForOtherFormats) {
     config.packed_quantum_ps = 1;
     const SetUpRun result = set_up(Script{.accepted_packed = {{18, 4}}}, config);
     EXPECT_THAT(result.calls, Not(Contains(HasSubstr("qx_set_packed_delta_config"))));
-    EXPECT_EQ(result.settings.packed_bits, 20);
-    EXPECT_EQ(result.settings.packed_quantum_ps, 1);
+    EXPECT_EQ(result.settings.packed.bits, 20);
+    EXPECT_EQ(result.settings.packed.quantum_ps, 1);
   }
 }
 
@@ -286,9 +286,9 @@ TEST(StartStream, ModeIsKeptOnceItHasBegun) {
   Device device = Device::open("ftdi://", Device::standard_rate);
   Config config;
   config.mode = StreamMode::external;
-  EXPECT_THROW(start_stream(device, config), Error);
+  EXPECT_THROW(device.start_stream(config.mode), Error);
   EXPECT_EQ(device.stream_mode, 0);
-  start_stream(device, config);
+  device.start_stream(config.mode);
   EXPECT_EQ(device.stream_mode, 1);
 }
 
@@ -297,8 +297,8 @@ TEST(StreamHeader, DescribesTheStreamAsTheDeviceAcceptedIt) {
   config.mode = StreamMode::external;
   config.channel_mask = 0x05;
   DeviceSettings settings;
-  settings.packed_bits = 18;
-  settings.packed_quantum_ps = 4;
+  settings.packed.bits = 18;
+  settings.packed.quantum_ps = 4;
   const zelk::timing::StreamFileHeader header = stream_header(config, settings);
   EXPECT_EQ(header.format, Format::packed_delta);
   EXPECT_EQ(header.mode, StreamMode::external);
