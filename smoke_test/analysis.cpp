@@ -10,11 +10,11 @@
 #include "timing/detail/sorted_times.hpp"
 #include "timing/detail/wrapping.hpp"
 
+using zelk::timing::XcorrHistogram;
 using zelk::timing::detail::magnitude;
 using zelk::timing::detail::SortedTimes;
 using zelk::timing::detail::wrap_add;
 using zelk::timing::detail::wrap_sub;
-using zelk::timing::XcorrHistogram;
 
 namespace {
 

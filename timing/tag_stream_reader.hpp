@@ -37,10 +37,11 @@ class TagStreamReader {
   TagStreamReader(const TagStreamReader&) = delete;
   TagStreamReader& operator=(const TagStreamReader&) = delete;
 
-  // Starts reading the stream that `header` describes, `read_chunk` bytes a
+  // Starts reading the stream that `header` describes, `read_chunk` bytes per
   // device read (at least min_read_chunk), keeping at most `limit` tags queued
-  // (at least min_queue_limit). A reader whose thread has failed cannot be
-  // started again: the stored exception is rethrown.
+  // (at least min_queue_limit). A thread that still runs is stopped and joined
+  // first. The queue and the count of dropped tags begin anew. A reader whose
+  // thread has failed cannot be started again: the stored exception is rethrown.
   void start(const StreamFileHeader& header, std::size_t read_chunk, std::size_t limit);
 
   // Ends the thread after its current read. Rethrows the exception that ended

@@ -35,7 +35,7 @@ inline XcorrHistogram empty_histogram(std::int64_t range_ps, std::int64_t bin_wi
     return {.centers_ps = {0}, .counts = {0}};
   }
   // Twice a positive signed range fits into 64 unsigned bits, so nothing wraps.
-  const std::uint64_t width = static_cast<std::uint64_t>(bin_width_ps);
+  const auto width = static_cast<std::uint64_t>(bin_width_ps);
   const std::uint64_t twice_range = 2 * static_cast<std::uint64_t>(range_ps);
   const std::uint64_t whole_bins = twice_range / width + (twice_range % width != 0 ? 1 : 0);
   const std::uint64_t bins = whole_bins | 1;
