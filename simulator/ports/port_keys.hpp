@@ -1,4 +1,4 @@
-// Every key that a port string may hold behind its "?", one row each: what it
+// Every key that a port string may hold behind its "?", one row per key: what it
 // means, its unit, range and default, and the ports that take it. The page of
 // the simulated unit shows the same rows.
 #pragma once
@@ -39,7 +39,7 @@ struct PortKey {
   std::int64_t highest = 0;
   std::string_view unit{};      // of a number; of words: what they may be
   std::string_view standard{};  // what holds without the key; empty: nothing does
-  std::string_view meaning;     // one line
+  std::string_view meaning;     // one line that can be read alone
 };
 
 // The most bits that can be missing at the front of a stream.
@@ -48,7 +48,8 @@ inline constexpr std::int64_t max_start_bits = 1'000'000;
 // The latest moment of a fault.
 inline constexpr std::int64_t max_fault_s = 1'000'000;
 
-// Seconds from the start of the stream, or for how many of them.
+// The row of a fault's moment, in seconds from the start of the stream, or of its
+// length.
 constexpr PortKey fault_time(std::string_view name, std::string_view meaning) {
   return {.name = name,
           .ports = ports::every_unit,
@@ -58,6 +59,7 @@ constexpr PortKey fault_time(std::string_view name, std::string_view meaning) {
           .meaning = meaning};
 }
 
+// The row of a probability of damage.
 constexpr PortKey fault_probability(std::string_view name, std::string_view meaning) {
   return {.name = name,
           .ports = ports::every_unit,
@@ -80,7 +82,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .lowest = 0,
      .highest = 1,
      .standard = "0",
-     .meaning = "1: the file starts again after its end"},
+     .meaning = "1: the file starts again after its last tag; 0: it is played once"},
     {.name = "loop_gap_ps",
      .ports = ports::tags,
      .kind = KeyKind::whole,
@@ -88,7 +90,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000000000000,
      .unit = "ps",
      .standard = "1000000000",
-     .meaning = "from the last tag of a round to the first of the next"},
+     .meaning = "time from the last tag of a round to the first tag of the next"},
     {.name = "frequency_hz",
      .ports = ports::pulses,
      .kind = KeyKind::number,
@@ -96,7 +98,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 50000000,
      .unit = "Hz",
      .standard = "100000",
-     .meaning = "of the pulses on every channel"},
+     .meaning = "rate of the pulses on every channel"},
     {.name = "delay_ps",
      .ports = ports::pulses,
      .kind = KeyKind::number,
@@ -105,7 +107,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000000000,
      .unit = "ps",
      .standard = "0",
-     .meaning = "of a channel's pulses"},
+     .meaning = "delay of all pulses on a channel"},
     {.name = "jitter_ps",
      .ports = ports::pulses | ports::pairs,
      .kind = KeyKind::number,
@@ -113,7 +115,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000000,
      .unit = "ps rms",
      .standard = "40",
-     .meaning = "of each pulse and of each event of a pair, at most 3.5 times this"},
+     .meaning = "jitter of each pulse, or of each event of a pair; never more than 3.5 times this"},
     {.name = "rate_hz",
      .ports = ports::random,
      .kind = KeyKind::number,
@@ -122,7 +124,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 20000000,
      .unit = "Hz",
      .standard = "10000",
-     .meaning = "mean rate of random events"},
+     .meaning = "mean rate of the random events on a channel"},
     {.name = "pair_rate_hz",
      .ports = ports::pairs,
      .kind = KeyKind::number,
@@ -130,7 +132,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 20000000,
      .unit = "Hz",
      .standard = "20000",
-     .meaning = "mean rate of pairs, which come at random times"},
+     .meaning = "mean rate of the pairs, which come at random times"},
     {.name = "pair_delay_ps",
      .ports = ports::pairs,
      .kind = KeyKind::number,
@@ -138,21 +140,21 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000000000,
      .unit = "ps",
      .standard = "120",
-     .meaning = "of a pair's event on channel_b after the one on channel_a"},
+     .meaning = "delay of a pair's event on channel_b after its event on channel_a"},
     {.name = "channel_a",
      .ports = ports::pairs,
      .kind = KeyKind::whole,
      .lowest = 0,
      .highest = 3,
      .standard = "0",
-     .meaning = "of the first event of a pair"},
+     .meaning = "channel that sees the first event of each pair"},
     {.name = "channel_b",
      .ports = ports::pairs,
      .kind = KeyKind::whole,
      .lowest = 0,
      .highest = 3,
      .standard = "1",
-     .meaning = "of the second event, and may be the same"},
+     .meaning = "channel that sees the second event of each pair; it may be channel_a again"},
     {.name = "burst_us",
      .ports = ports::burst,
      .kind = KeyKind::whole,
@@ -160,8 +162,8 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 10000000,
      .unit = "us",
      .standard = "1000",
-     .meaning =
-         "length of a train at the highest rate of the link, on the enabled channels in turn"},
+     .meaning = "length of a train, in which the enabled channels pulse in turn at the highest "
+                "rate of the link"},
     {.name = "pause_us",
      .ports = ports::burst,
      .kind = KeyKind::whole,
@@ -169,20 +171,22 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 10000000,
      .unit = "us",
      .standard = "9000",
-     .meaning = "silence between two trains"},
+     .meaning = "length of the silence between two trains; 0: the train never ends"},
+
+    // Every unit.
     {.name = "pace",
      .ports = ports::every_unit | ports::replay,
      .kind = KeyKind::words,
      .unit = "real or max",
      .standard = "real",
-     .meaning = "in real time, or as fast as the host reads"},
+     .meaning = "real: the stream comes in real time; max: as fast as the host reads"},
     {.name = "seed",
      .ports = ports::every_unit,
      .kind = KeyKind::whole,
      .lowest = 0,
      .highest = 4294967295,
      .standard = "1",
-     .meaning = "of everything that is random; the same seed gives the same stream"},
+     .meaning = "seed of all random numbers; the same seed gives the same stream"},
     {.name = "background_hz",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -191,7 +195,8 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 20000000,
      .unit = "Hz",
      .standard = "0",
-     .meaning = "mean rate of random events on top of the signal, before the efficiency"},
+     .meaning =
+         "mean rate of random events on top of the signal, before the efficiency takes some away"},
     {.name = "amplitude_v",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -200,7 +205,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 10,
      .unit = "V",
      .standard = "2.5",
-     .meaning = "height of a channel's pulses against its threshold; 0: the channel is dead"},
+     .meaning = "height of a channel's pulses, which must reach its threshold; 0: no pulses"},
     {.name = "efficiency",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -208,7 +213,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .lowest = 0,
      .highest = 1,
      .standard = "1",
-     .meaning = "chance that a detector detects an event"},
+     .meaning = "chance that a channel's detector detects an event"},
     {.name = "detector_dead_time_ps",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -216,7 +221,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000000000,
      .unit = "ps",
      .standard = "0",
-     .meaning = "after each detected event, the detector detects nothing"},
+     .meaning = "time after each detected event in which the detector detects nothing"},
     {.name = "afterpulse_percent",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -224,7 +229,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 50,
      .unit = "%",
      .standard = "0",
-     .meaning = "chance that a detected event has an afterpulse, which the dead time may hide"},
+     .meaning = "chance that an afterpulse follows a detected event; the dead time may hide it"},
     {.name = "afterpulse_tau_ps",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -232,7 +237,8 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000000000,
      .unit = "ps",
      .standard = "50000",
-     .meaning = "mean time, exponentially distributed, from an event to its afterpulse"},
+     .meaning =
+         "mean time from an event to its afterpulse; the times are exponentially distributed"},
     {.name = "drift_ppm",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -240,8 +246,8 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1000,
      .unit = "ppm",
      .standard = "0",
-     .meaning =
-         "by which the unit's clock is fast; not for the calibration source, which it drives"},
+     .meaning = "how much faster than true time the unit's clock runs; no effect on the "
+                "calibration pulses, which it drives"},
     {.name = "start_epoch",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -249,7 +255,8 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 14315,
      .unit = "ms",
      .standard = "0",
-     .meaning = "before a wrap of the coarse counter, where streams begin; 0: they begin at its 0"},
+     .meaning = "time from the start of a stream to the wrap of the coarse counter; 0: the counter "
+                "starts at 0"},
     {.name = "bin_nonuniformity_percent",
      .ports = ports::every_unit,
      .kind = KeyKind::number,
@@ -257,27 +264,27 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 100,
      .unit = "%",
      .standard = "0",
-     .meaning =
-         "by which widths of delay-line bins differ from the mean at most; 0: times are exact"},
+     .meaning = "largest deviation of a delay-line bin's width from the mean; 0: times are exact"},
 
     // Tap and replay.
     {.name = "library",
      .ports = ports::tap,
      .kind = KeyKind::words,
      .unit = "a path",
-     .meaning = "the real device library"},
+     .meaning = "the device library that opens the real device"},
     {.name = "port",
      .ports = ports::tap,
      .kind = KeyKind::words,
      .unit = "a port string",
-     .meaning = "the real device, as its own library names it"},
+     .meaning = "the real device's port, as its own library names it"},
     {.name = "cut_short",
      .ports = ports::replay,
      .kind = KeyKind::whole,
      .lowest = 0,
      .highest = 1,
      .standard = "0",
-     .meaning = "1 also plays a recording that was never closed, up to its last whole record"},
+     .meaning = "1: a recording that was never closed is played up to its last whole record; 0: it "
+                "is refused"},
 
     // Link.
     {.name = "fifo_bytes",
@@ -303,14 +310,15 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = 1073741824,
      .unit = "bytes",
      .standard = "4194304",
-     .meaning = "that the host takes in ahead of its reads; the link stops while it is full"},
+     .meaning = "size of the host's buffer, which fills ahead of its reads; the link stops while "
+                "it is full"},
     {.name = "short_reads",
      .ports = ports::every_unit,
      .kind = KeyKind::whole,
      .lowest = 0,
      .highest = 1,
      .standard = "0",
-     .meaning = "1: reads have awkward sizes from 1 byte up, not whole packets"},
+     .meaning = "1: reads have awkward sizes from 1 byte up instead of whole packets"},
     {.name = "start_bits",
      .ports = ports::every_unit,
      .kind = KeyKind::whole,
@@ -318,41 +326,45 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .highest = max_start_bits,
      .unit = "bits",
      .standard = "0",
-     .meaning = "missing at the front of each packed_delta stream"},
+     .meaning = "number of bits that are missing at the front of each packed_delta stream"},
 
     // Faults.
     {.name = "fail",
      .ports = ports::every_unit,
      .kind = KeyKind::words,
      .unit = "CALL[#N|@SECONDS]:STATUS[:TEXT], or several of these joined by commas",
-     .meaning = "calls that fail, always, the Nth time or from a moment of the stream on"},
-    fault_time("silent_at_s", "from when on reads wait for their time-out and get nothing"),
-    fault_time("silent_for_s", "for how long; without it, for ever"),
-    fault_time("empty_at_s", "from when on reads succeed with no bytes"),
-    fault_time("empty_for_s", "for how long; without it, for ever"),
-    fault_time("hang_at_s", "from when on a read never comes back"),
-    fault_time("vanish_at_s", "from when on every call fails"),
-    fault_probability("flip_bits", "probability of each bit to be flipped"),
-    fault_probability("lose_bytes", "probability of each byte to be lost"),
-    fault_probability("insert_bytes", "probability of a random byte before each byte"),
-    fault_probability("remove_bits", "probability of each bit to be lost"),
-    fault_probability("insert_bits", "probability of a random bit before each bit"),
-    fault_time("remove_bit_at_s", "when one bit is lost"),
-    fault_time("insert_bit_at_s", "when one random bit comes in"),
-    fault_time("zeros_at_s", "from when on every byte is 0x00"),
-    fault_time("ones_at_s", "from when on every byte is 0xFF"),
+     .meaning = "calls that fail: always, the Nth time, or from a moment of the stream on"},
+    fault_time("silent_at_s", "moment from which reads wait for their time-out and get nothing"),
+    fault_time("silent_for_s",
+               "length of the silence from silent_at_s on; without this key it never ends"),
+    fault_time("empty_at_s", "moment from which reads succeed with no bytes"),
+    fault_time("empty_for_s",
+               "how long reads bring no bytes from empty_at_s on; without this key for ever"),
+    fault_time("hang_at_s", "moment from which a read never comes back"),
+    fault_time("vanish_at_s", "moment from which every call fails"),
+    fault_probability("flip_bits", "probability that a given bit is flipped"),
+    fault_probability("lose_bytes", "probability that a given byte is lost"),
+    fault_probability("insert_bytes",
+                      "probability that a random byte comes in before a given byte"),
+    fault_probability("remove_bits", "probability that a given bit is lost"),
+    fault_probability("insert_bits", "probability that a random bit comes in before a given bit"),
+    fault_time("remove_bit_at_s", "moment at which one bit is lost"),
+    fault_time("insert_bit_at_s", "moment at which one random bit comes in"),
+    fault_time("zeros_at_s", "moment from which every byte is 0x00"),
+    fault_time("ones_at_s", "moment from which every byte is 0xFF"),
     {.name = "reference_unavailable",
      .ports = ports::every_unit,
      .kind = KeyKind::words,
      .unit = "-3, -4 or -7",
-     .meaning = "the status of both reference clock calls"},
+     .meaning = "status with which both reference clock calls fail; without this key they succeed"},
     {.name = "external_reference",
      .ports = ports::every_unit,
      .kind = KeyKind::words,
      .unit = "none, unlocked or locked",
      .standard = "none",
      .meaning = "what is connected to the external reference input"},
-    fault_time("reference_lost_at_s", "from when on nothing is connected to it any more"),
+    fault_time("reference_lost_at_s",
+               "moment from which nothing is connected to the external reference input"),
 });
 
 // The row of `name`. Does not compile for a name that is not in the table.
