@@ -1,6 +1,6 @@
 // Every key that a port string may hold behind its "?", one row per key: what it
-// means, its unit, range and default, and the ports that take it. The page of
-// the simulated unit shows the same rows.
+// means, its unit, range and default, and the ports that take it.
+// docs/port-keys.md shows the same rows.
 #pragma once
 
 #include <array>
