@@ -1,4 +1,4 @@
-// How fast a stream arrives: that of a simulated unit or of a recording.
+// How fast the stream of a simulated unit or of a recording arrives.
 #pragma once
 
 #include "simulator/ports/port_query.hpp"

@@ -28,7 +28,7 @@ const char* key_status_text(std::int32_t status) noexcept;
 std::optional<std::string> take_words(PortQuery& query, std::size_t row);
 std::int64_t take_whole(PortQuery& query, std::size_t row);
 double take_number(PortQuery& query, std::size_t row);
-std::optional<double> take_optional_number(PortQuery& query, std::size_t row);  // of no default
+std::optional<double> take_optional_number(PortQuery& query, std::size_t row);  // no default
 std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query, std::size_t row);
 
 // To be called after the last key was taken: throws Failure for one that is

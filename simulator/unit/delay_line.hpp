@@ -1,7 +1,7 @@
-// The delay line that divides a period of the device clock, as uneven as it is
-// made. It measures how long before a clock edge a pulse came, in taps. What it
-// says is the nominal place of the tap; how much time falls to the tap depends
-// on the tap's true width.
+// A delay line measures how long before a clock edge a pulse came. It divides a
+// period of the device clock into taps and finds the tap that the pulse lies in.
+// Its answer is the nominal place of that tap. True taps are uneven: a wide one
+// answers for more pulses than a narrow one.
 #pragma once
 
 #include <array>
@@ -21,9 +21,9 @@ class DelayLine {
   // fill the period. `nonuniformity` is 0 to 1.
   DelayLine(double nonuniformity, std::uint64_t seed);
 
-  // The time, not below 0, that the line gives to a pulse at `time_ps`: the
-  // clock edge at or after it less the nominal place of its tap. Never falls
-  // from one time to a later one.
+  // The time that the line gives to a pulse at `time_ps`, which is not below 0:
+  // the clock edge at or after the pulse, less the nominal place of its tap.
+  // Never falls from one time to a later one.
   [[nodiscard]] std::int64_t measured_ps(std::int64_t time_ps) const {
     constexpr std::int64_t period_ps = timing::clock_period_ps;
     const std::int64_t edge_ps = (time_ps + period_ps - 1) / period_ps * period_ps;

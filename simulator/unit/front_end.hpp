@@ -33,7 +33,7 @@ struct FrontEndSettings {
   std::array<std::uint8_t, timing::channel_count> delay_line_masks{
       all_delay_lines_mask, all_delay_lines_mask, all_delay_lines_mask, all_delay_lines_mask};
   std::int64_t dead_time_ps = 0;
-  // Of the delay lines' taps, 0 to 1. Lines without any give exact times.
+  // How uneven the delay lines' taps are, 0 to 1. At 0 times are exact.
   double bin_nonuniformity = 0;
   std::uint32_t seed = 1;  // of the unit, for the taps' widths
 };

@@ -15,17 +15,17 @@ namespace {
 
 constexpr unsigned all_channels = (1U << timing::channel_count) - 1;
 
-// Bases and syncs come at least once in 10 ms of a channel's stream: tags are
-// measured over that time, but no more of them than show all else.
+// A channel gets a base or a sync in each 10 ms of its stream, so the tags of
+// 10 ms are measured. Of very many tags a part shows all else.
 constexpr double measured_ps = 10e9;
 constexpr double min_measured_tags = 400;
 constexpr double max_measured_tags = 20'000;
 
 constexpr double tolerance = 0.001;
 
-// Mean bytes of a tag that comes `step_ps` after the one before it, on the next
-// of `channels` channels, and of what fills the last byte of each tick. The
-// first tags, with which a stream begins, do not count.
+// Mean bytes per tag of a stream whose tags come `step_ps` apart, on `channels`
+// channels in turn. What fills the last byte of each tick counts; the first tag
+// of each channel, with which the stream begins, does not.
 double bytes_per_tag(timing::Format format, const PackedDeltaSettings& packed_delta,
                      std::size_t channels, double step_ps) {
   const std::unique_ptr<StreamEncoder> encoder =
@@ -51,8 +51,8 @@ double bytes_per_tag(timing::Format format, const PackedDeltaSettings& packed_de
 
 }  // namespace
 
-// Tags that come later may need more words, never fewer, so what they need has
-// to be found together with their step.
+// A tag after a longer step may need more words, never fewer. So the step and the
+// words have to be found together.
 double shortest_step_ps(timing::Format format, const PackedDeltaSettings& packed_delta,
                         std::uint8_t channel_mask, double bytes_per_s) {
   const int channels = std::popcount(channel_mask & all_channels);

@@ -8,10 +8,10 @@
 
 namespace zelk::simulator {
 
-// The shortest time, within 0.1 %, from one tag to the next at which the tags of
-// a stream in external mode, on the channels of `channel_mask` in turn, and all
-// words that they need take no more than `bytes_per_s`, above 0. For a mask
-// without channels that of tags without such words.
+// The shortest time from one tag to the next that a link of `bytes_per_s`, above
+// 0, can carry; to within 0.1 %. The tags come in external mode, on the channels
+// of `channel_mask` in turn. All words that they need count, bases and syncs too.
+// For a mask without channels the tag alone counts.
 double shortest_step_ps(timing::Format format, const PackedDeltaSettings& packed_delta,
                         std::uint8_t channel_mask, double bytes_per_s);
 

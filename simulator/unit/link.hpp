@@ -29,8 +29,8 @@ class Link {
         ps_per_byte_(std::llround(1e12 / static_cast<double>(settings.rate_bytes_per_s))),
         carried_until_ps_(start_ps) {}
 
-  // Carries what the link can carry until `time_ps`, not before the time of the
-  // call before.
+  // Carries what the link can carry until `time_ps`, which never falls from call
+  // to call.
   void advance_to(std::int64_t time_ps) {
     if (in_fifo_ != 0) {
       const std::int64_t possible = (time_ps - carried_until_ps_) / ps_per_byte_;

@@ -16,7 +16,7 @@ class StreamClock {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // The link hands over what has come together once a tick, so a reader that
+  // The link hands over what has come together once per tick, so a reader that
   // waits for data is not woken for every single record.
   static constexpr std::chrono::milliseconds tick{1};
   static constexpr std::int64_t tick_ps = 1'000'000'000;

@@ -7,8 +7,8 @@
 // a signal too fast for it, makes the unit lose whole tags before they are
 // encoded, so what arrives can always be decoded. A machine too slow to make
 // the signal in its own time sees the stream fall behind instead: the time that
-// the making takes does not count as time in which the host did not read. As
-// fast as the host reads, nothing is lost.
+// the making takes does not count as time in which the host did not read. At the
+// pace of the host's reads nothing is lost.
 #pragma once
 
 #include <chrono>
@@ -36,7 +36,7 @@ inline constexpr std::size_t usb_packet_bytes = 512;
 
 class StreamSession {
  public:
-  // Stream time begins now. `encoder` is not null; `read_seed` is that of the
+  // Stream time begins now. `encoder` is not null; `read_seed` decides the
   // sizes of short reads.
   StreamSession(Signal signal, const FrontEndSettings& front_end,
                 std::unique_ptr<StreamEncoder> encoder, const LinkSettings& link = {},
@@ -44,8 +44,7 @@ class StreamSession {
 
   // Waits until stream bytes have arrived, at most for `timeout`, copies what
   // is there and fits, and returns its size; 0 when nothing arrived in time.
-  // Of a buffer of a packet or more only whole packets are filled, unless less
-  // is there.
+  // A buffer of a packet or more gets whole packets only, unless less is there.
   std::size_t read(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout);
 
  private:
@@ -67,8 +66,8 @@ class StreamSession {
   FrontEnd front_end_;
   std::unique_ptr<StreamEncoder> encoder_;
   std::optional<Link> link_;       // in real time
-  std::int64_t next_tick_ps_ = 0;  // after the last event made, likewise
-  Clock::duration behind_{0};      // by which the stream is late against its clock
+  std::int64_t next_tick_ps_ = 0;  // in real time: the tick after the last event made
+  Clock::duration behind_{0};      // how late the stream is against its clock
   bool short_reads_;
   RandomNumbers read_sizes_;
   std::vector<std::uint8_t> bytes_;

@@ -41,7 +41,7 @@ class Unit final : public DeviceModel {
   qx_reference_clock reference_clock() override { return reference_clock_.status(); }
   qx_reference_clock set_reference_clock(std::uint32_t source, std::uint32_t signal) override;
 
-  // Five bits a channel; the bits above them do not exist in the unit.
+  // Five bits per channel; the bits above them do not exist in the unit.
   void set_delay_line_masks(std::span<const std::uint8_t, timing::channel_count> masks) override;
   DelayLineMasks delay_line_masks() override { return front_end_.delay_line_masks; }
 
