@@ -39,8 +39,8 @@ struct CallShape {
   bool is_setting;        // lasts, and may change what streams afterwards
 };
 
-// Indexed by CallKind. Arrays take one word an element, the reference clock's
-// record one a field. An identity takes its 96 bytes in words of eight, the
+// Indexed by CallKind. Arrays take one word per element, the reference clock's
+// record one per field. An identity takes its 96 bytes in words of eight, the
 // first byte lowest; a frequency is the bit pattern of its double; what is
 // signed is extended to 64 bits.
 inline constexpr auto call_shapes = std::to_array<CallShape>({

@@ -9,7 +9,7 @@ namespace {
 
 namespace packed = timing::wire::packed_delta;
 
-// How little below the counter's span a delta must lie to be a step back.
+// A delta at most this far below the counter's span is a step back.
 constexpr std::int64_t small_back_ps = 1'000'000;
 
 constexpr std::int64_t counter_span = std::int64_t{1} << packed::sync_value_bits;  // ticks

@@ -9,10 +9,10 @@
 // A delta counts the ticks since the channel's previous tag. It comes from a
 // 41-bit counter of ticks that follows the unit's wrapping timestamps: across
 // the end of a coarse epoch it shows the excess g more than has passed, and the
-// host takes that off again. g is what whole spans of the counter overshoot
-// the epoch by. A sync carries the time itself, modulo the period: the span
-// where that is shorter than an epoch (quanta of 1, 2 and 4 ps), as from a
-// free-running counter, otherwise the epoch.
+// host takes that off again. Round an epoch up to whole spans of the counter: g
+// is what that adds. A sync carries the time itself, modulo the period. The period
+// is the shorter of span and epoch: the span with quanta of 1, 2 and 4 ps, as from
+// a free-running counter, and the epoch with larger ones.
 //
 // Every channel gets a sync right before its first tag and before its first
 // tag in each 10 ms of stream time, and also where a sync takes fewer records
@@ -81,8 +81,8 @@ class BitWriter {
   int waiting_bits_ = 0;       // 0 to 7 between calls
 };
 
-// What a host makes of syncs and deltas. All times are in ticks, those of a
-// channel as the host sees them, and not below zero.
+// Tells which time a host reads from a sync or a delta. All times are in ticks, as
+// the host sees them, and not below zero.
 class PackedReading {
  public:
   using Ticks = std::int64_t;
@@ -90,10 +90,11 @@ class PackedReading {
   // For ticks of 2^shift ps.
   explicit PackedReading(int shift);
 
-  // What a channel at `last` goes to by a sync that says `time`.
+  // The time of a channel after a sync that says `time`; before it was `last`.
   [[nodiscard]] Ticks after_sync(Ticks last, Ticks time) const;
 
-  // What a channel at `last` goes to by a tag of `delta`, overflows included.
+  // The time of a channel after a tag of `delta`, overflows included; before it
+  // was `last`.
   [[nodiscard]] Ticks after_delta(Ticks last, Ticks delta) const;
 
   [[nodiscard]] Ticks epoch() const { return epoch_; }
@@ -106,9 +107,9 @@ class PackedReading {
   Ticks epoch_;
   Ticks period_;          // of sync values
   Ticks excess_;          // of deltas across the end of an epoch
-  Ticks small_step_;      // taken without excess, whether it crosses or not
-  Ticks small_back_;      // so little below the span, a delta is a step back
-  bool sync_has_excess_;  // the host looks for it in syncs too
+  Ticks small_step_;      // a step at most this far above g loses g even inside an epoch
+  Ticks small_back_;      // a delta at most this far below the span is a step back
+  bool sync_has_excess_;  // the host looks for g in syncs too
 };
 
 class PackedDeltaEncoder final : public StreamEncoder {
@@ -132,8 +133,8 @@ class PackedDeltaEncoder final : public StreamEncoder {
  private:
   using Ticks = PackedReading::Ticks;
 
-  // Times in ticks as the host sees them. Before the first tag nothing is near
-  // enough for the short way through append().
+  // Times in ticks as the host sees them. With an epoch_end of 0 the first tag
+  // never takes the short way through append().
   struct Channel {
     bool started = false;
     Ticks origin = 0;              // the unit's time less the host's: whole periods

@@ -1,6 +1,6 @@
 // The faults that a port string asks for. A plan is a plain value: what goes
-// wrong, and when. Times are in seconds from the start of the stream, without
-// end where no length is given; probabilities lie in [0, 1].
+// wrong, and when. Times are in seconds from the start of the stream; a fault
+// without a length never ends. Probabilities lie in [0, 1].
 #pragma once
 
 #include <array>
@@ -91,7 +91,7 @@ struct DamageRates {
 };
 
 struct FaultPlan {
-  std::vector<FailingCall> failing_calls{};  // of several for one call the first that applies
+  std::vector<FailingCall> failing_calls{};  // the first that applies to a call holds
   FaultWindow silent{};
   FaultWindow empty{};
   std::optional<double> hang_at_s{};

@@ -14,14 +14,14 @@
 namespace zelk::simulator {
 
 // Trials in a row, each a hit with the same probability. Costs one random
-// number a hit, none a trial.
+// number per hit and none per trial.
 class RareHits {
  public:
   RareHits(double probability, std::uint64_t seed) : probability_(probability), random_(seed) {
     draw();
   }
 
-  // One trial; whether it is a hit.
+  // Makes one trial and tells whether it is a hit.
   bool next() {
     if (misses_left_ != 0) {
       --misses_left_;
@@ -31,11 +31,13 @@ class RareHits {
     return true;
   }
 
-  // Whether the next `count` trials are all misses, and making them then.
+  // misses() tells whether the next `count` trials all miss; skip() then makes
+  // them.
   [[nodiscard]] bool misses(std::uint64_t count) const { return misses_left_ >= count; }
   void skip(std::uint64_t count) { misses_left_ -= count; }
 
-  // For what a hit brings: uniform from 0 to `count` - 1, `count` up to 256.
+  // A random number for what a hit brings, uniform from 0 to `count` - 1. `count`
+  // is at most 256.
   std::uint8_t below(unsigned count);
 
  private:
@@ -48,7 +50,7 @@ class RareHits {
 
 // One stream from its start to its end, used by the thread that reads it. What
 // the rates do depends on the seed and the bytes of the stream alone, not on
-// how they are cut into pieces; the rest begins with the next byte.
+// how they are cut into pieces. Slips and stuck lines begin with the next byte.
 //
 // Bytes are lost and inserted before bits are; flips come last, also in what
 // was inserted.

@@ -14,8 +14,8 @@ namespace zelk::simulator {
 
 class LoadedLibrary {
  public:
-  // Whether a library that calls a function of its own by name reaches its own
-  // and not the one of the same name that the program was linked with. The
+  // Whether a loaded library that calls one of its functions by name reaches that
+  // one, and not the function of this name that the program is linked with. The
   // sanitizers' run-time libraries, which stand in front of every other, do not
   // allow that.
   static const bool finds_own_names_first;

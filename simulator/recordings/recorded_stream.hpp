@@ -1,5 +1,5 @@
 // One stream of a recording while it is played: the chunks as they were read,
-// one a read, the failures between them, and nothing in between. Refers to the
+// one per read, the failures between them, and nothing in between. Refers to the
 // recording, which must outlive it; used by one thread at a time.
 #pragma once
 

@@ -47,7 +47,7 @@ TapDevice::Handle TapDevice::open(const TapPort& port, std::optional<int> rate) 
   return {device, library_.close};
 }
 
-// One case a function of the C interface.
+// One case per function of the C interface.
 qx_status TapDevice::forward(DeviceCall& call) const {
   qx_device* const device = device_.get();
   const auto& in = call.arguments;

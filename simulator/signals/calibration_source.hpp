@@ -1,5 +1,5 @@
-// The unit's calibration source: a pulse on every channel at a whole number of
-// device clock periods.
+// The unit's calibration source: a pulse on every channel each time that a fixed
+// number of device clock periods has passed.
 #pragma once
 
 #include <array>

@@ -53,7 +53,7 @@ class DetectorSource final : public SignalSource {
 
   std::unique_ptr<SignalSource> light_;
   DetectorSettings settings_;
-  std::vector<Detector> detectors_;  // one a channel
+  std::vector<Detector> detectors_;  // one per channel
   EventQueue afterpulses_;
   Event event_;  // what peek() returned
   bool has_event_ = false;

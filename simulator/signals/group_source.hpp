@@ -11,7 +11,7 @@
 
 namespace zelk::simulator {
 
-// At most one event a channel, kept in time order.
+// At most one event per channel, kept in time order.
 class EventGroup {
  public:
   void clear() { size_ = 0; }

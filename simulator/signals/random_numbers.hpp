@@ -21,7 +21,7 @@ enum class RandomPurpose : std::uint8_t {
   calibration,
 };
 
-// The seed of the random numbers for one purpose, one channel (or other
+// The seed of the random numbers for one purpose and one channel (or other
 // number) of a unit that was opened with `seed`.
 constexpr std::uint64_t stream_seed(std::uint32_t seed, RandomPurpose purpose,
                                     std::size_t channel = 0) {

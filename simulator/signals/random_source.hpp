@@ -10,7 +10,7 @@ namespace zelk::simulator {
 
 class RandomSource final : public GroupSource {
  public:
-  // `rate_hz` is the mean number of events a second, above 0.
+  // `rate_hz` is the mean number of events per second, above 0.
   RandomSource(std::uint8_t channel, double rate_hz, std::uint64_t seed);
 
  private:

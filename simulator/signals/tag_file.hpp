@@ -1,5 +1,5 @@
 // Recorded tags: a text file with the header line "channel,timestamp_ps" and
-// one tag a line, in time order, and the source that plays them.
+// one tag per line, in time order, and the source that plays them.
 #pragma once
 
 #include <cstddef>
