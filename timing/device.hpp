@@ -147,7 +147,7 @@ class Device {
   qx_device* handle = nullptr;   // null when nothing is open
   bool owns = false;             // this object closes `handle`
   std::int32_t stream_mode = 0;  // the mode last started
-  // Picoseconds per fine code, one table a channel. Not read while decoding.
+  // Picoseconds per fine code, one table per channel. Not read while decoding.
   std::array<std::vector<std::int64_t>, channel_count> fine_lut;
 
  private:

@@ -13,7 +13,7 @@
 
 namespace zelk::timing::wire {
 
-// raw64: one big-endian 64-bit word a record.
+// raw64: one big-endian 64-bit word per record.
 //
 //   layout "ps"       63 | 62..61  | 60..44     | 43..0
 //                     0  | channel | 0          | timestamp, ps

@@ -3,7 +3,7 @@
 // its script from the file that ZELK_SCRIPT names and appends its log, line by
 // line as the calls return, to the file that ZELK_SCRIPT_LOG names.
 //
-// One line a call: the function, its arguments, what the caller had put into
+// One line per call: the function, its arguments, what the caller had put into
 // the records to be filled ("zeroed" or the values), and " -> " with the status
 // or the result. A line ends in " device=closed" or " device=foreign" when the
 // handle was no open one, and in " during_read" when another thread was inside

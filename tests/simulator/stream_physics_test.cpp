@@ -147,7 +147,7 @@ TEST_P(Stream, OverflowLosesWholeTagsAndTheRestIsDecoded) {
     EXPECT_GE(tag.timestamp_ps, last_ps);
     last_ps = tag.timestamp_ps;
   }
-  // 400 000 tags a second of 19 bits or more make 950 kB/s, of which the link
+  // 400 000 tags per second of 19 bits or more make 950 kB/s, of which the link
   // carries 200.
   EXPECT_LT(static_cast<double>(seen.size()), 0.5 * static_cast<double>(sent.size()));
 }

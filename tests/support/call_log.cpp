@@ -1,5 +1,5 @@
 // A libzelk_timing.so.0 that hands every call on to the simulated library and
-// appends one line a call to the file that ZELK_CALL_LOG names: the function
+// appends one line per call to the file that ZELK_CALL_LOG names: the function
 // and " -> " with its status. Reads that succeed or time out are left out: how
 // many of them there are depends on the machine's speed. Closing a device adds
 // how many threads and open descriptors there are more than before the first

@@ -225,7 +225,7 @@ struct BatchRun {
   explicit BatchRun(const Batch& batch, unsigned overflows = 0)
       : decoder(make_locked_decoder<Decoder>(batch.stream)) {
     decoder.packed_has_time = {true, true, true, true};
-    PackedStreamBuilder builder(13);  // two bytes a record
+    PackedStreamBuilder builder(13);  // two bytes per record
     for (unsigned ch = 0; ch < 4; ++ch) {
       builder.tags(ch, batch.counts[ch], 1);
     }

@@ -53,7 +53,7 @@ TEST(PairSource, EventsStayInOrderAndAtTheirRateHoweverMuchPairsOverlap) {
     source.pop();
   }
   EXPECT_EQ(early_partners, 0);
-  // Half of the events a channel, less the 500 that wait for their partners; a
+  // Half of the events per channel, less the 500 that wait for their partners; a
   // spread of sqrt(50000) = 224.
   EXPECT_NEAR(static_cast<double>(latest_ps) * 1e-5, (count + 500) / 2.0, 4 * 224);
 }

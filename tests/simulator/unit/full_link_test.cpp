@@ -24,7 +24,7 @@ constexpr Stream streams[] = {
     {timing::Format::packed_delta, {.bits = 4, .quantum_ps = 1}},
 };
 
-// Bytes a second of tags on `channels` channels in turn, over 0.1 s.
+// Bytes per second of tags on `channels` channels in turn, over 0.1 s.
 double bytes_per_s(const Stream& stream, int channels, double step_ps) {
   const auto encoder =
       encoder_for(stream.format, timing::StreamMode::external, stream.packed_delta);

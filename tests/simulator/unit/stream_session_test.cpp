@@ -100,7 +100,7 @@ TEST(StreamSession, ASignalThatMakesNoTagsCannotHoldAReadForLong) {
   EXPECT_LT(Clock::now() - start, 1000ms);
 }
 
-// A tag of 8 bytes a microsecond on a link of 1 MB/s, and a host that sleeps:
+// A tag of 8 bytes per microsecond on a link of 1 MB/s, and a host that sleeps:
 // its buffer and the FIFO fill up, and what comes then is lost.
 TEST(StreamSession, TagsThatFindTheFifoFullAreLost) {
   std::vector<Event> events;
@@ -122,7 +122,7 @@ TEST(StreamSession, TagsThatFindTheFifoFullAreLost) {
   }
   EXPECT_EQ(bytes.size(), 4608U);
   EXPECT_TRUE(read(session, 65'536, 5ms).empty());
-  // The FIFO gains 7 bytes a tag: tag 73 finds 511 in it, tag 74 finds 518.
+  // The FIFO gains 7 bytes per tag: tag 73 finds 511 in it, tag 74 finds 518.
   for (std::size_t tag = 0; tag <= 73; ++tag) {
     const Bytes record(bytes.begin() + static_cast<std::ptrdiff_t>(8 * tag),
                        bytes.begin() + static_cast<std::ptrdiff_t>(8 * tag + 8));
