@@ -1,10 +1,9 @@
-// The run's settings, filled from key=value arguments.
+// The run's settings.
 #pragma once
 
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <string_view>
 
 #include "timing/reference_clock.hpp"
 #include "timing/time_tag.hpp"
@@ -38,28 +37,6 @@ struct Config {
   bool byte_probe = false;
 };
 
-// Applies one option. The key is case-insensitive; an unknown key is ignored.
-// Throws std::runtime_error for a rejected text, and what std::stoi and its
-// relatives throw for a number that cannot be read.
-void apply_arg(Config& config, std::string key, std::string value);
-
-// Applies one command-line argument: a leading "--" is removed, the text is
-// split at the first "=", and an argument without "=" is ignored.
-void apply_argument(Config& config, std::string_view argument);
-
 // Throws std::runtime_error unless the channel pair is two different channels
 // and the transport can stream.
 void validate(const Config& config);
-
-// The text with every byte passed through tolower.
-std::string lower_ascii(std::string text);
-
-// Unsigned number, base 16 after "0x" or "0X" and base 10 otherwise, cut to 32
-// bits. Throws what std::stoul throws.
-std::uint32_t parse_u32(std::string text);
-
-// The names that the report prints; "unknown" for values without one.
-const char* transport_name(zelk::timing::Transport transport);
-const char* format_name(zelk::timing::Format format);
-const char* ref_source_name(zelk::timing::ReferenceClockSource source);
-const char* ref_signal_name(zelk::timing::ReferenceSignal signal);

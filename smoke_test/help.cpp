@@ -28,7 +28,7 @@ void print_option(const Option& option) {
   }
   std::cout << "  " << std::left << std::setw(key_width) << option.keys[0]  //
             << std::setw(default_width) << default_text                     //
-            << option.description << aliases_of(option) << '\n';
+            << fill_in(option.description, option.words) << aliases_of(option) << '\n';
 }
 
 }  // namespace

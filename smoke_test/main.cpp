@@ -14,6 +14,7 @@
 #include "smoke_test/device_setup.hpp"
 #include "smoke_test/help.hpp"
 #include "smoke_test/interrupt.hpp"
+#include "smoke_test/options.hpp"
 #include "smoke_test/report.hpp"
 #include "smoke_test/verdict.hpp"
 #include "smoke_test/watchdog.hpp"

@@ -4,6 +4,8 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "smoke_test/words.hpp"
+
 namespace {
 
 // Writes the values of a range, separated by commas.
@@ -143,8 +145,8 @@ std::string bytes_to_hex(const std::vector<std::uint8_t>& bytes) {
 void print_device_and_stream(const Config& config, const zelk::timing::Identity& identity) {
   std::cout << "device=" << identity.device_text << '\n'
             << "port=" << config.port << " transport=" << transport_name(config.transport)
-            << " format=" << format_name(config.format)
-            << " mode=" << (config.mode == StreamMode::external ? "external" : "internal") << '\n';
+            << " format=" << format_name(config.format) << " mode=" << mode_name(config.mode)
+            << '\n';
 }
 
 void print_mod_stats(const std::array<std::vector<std::int64_t>, 4>& per_channel) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "smoke_test/config.hpp"
+#include "smoke_test/options.hpp"
 
 inline Config config_from(std::initializer_list<std::string_view> arguments) {
   Config config;

@@ -5,13 +5,15 @@
 #include <stdexcept>
 #include <string>
 
-#include "smoke_test/config.hpp"
+#include "smoke_test/options.hpp"
+#include "smoke_test/words.hpp"
 
 namespace {
 
 using zelk::timing::Format;
 using zelk::timing::ReferenceClockSource;
 using zelk::timing::ReferenceSignal;
+using zelk::timing::StreamMode;
 using zelk::timing::Transport;
 
 constexpr std::uint32_t no_value = 0xFFFFFFFF;  // of any of the enumerations
@@ -45,6 +47,24 @@ TEST(ReferenceSignalName, KnowsEverySignal) {
   EXPECT_STREQ(ref_signal_name(ReferenceSignal::one_pps), "1pps");
   EXPECT_STREQ(ref_signal_name(static_cast<ReferenceSignal>(2)), "unknown");
   EXPECT_STREQ(ref_signal_name(static_cast<ReferenceSignal>(no_value)), "unknown");
+}
+
+TEST(ModeName, IsInternalUnlessTheModeIsExternal) {
+  EXPECT_STREQ(mode_name(StreamMode::internal), "internal");
+  EXPECT_STREQ(mode_name(StreamMode::external), "external");
+  EXPECT_STREQ(mode_name(static_cast<StreamMode>(2)), "internal");
+  EXPECT_STREQ(mode_name(static_cast<StreamMode>(no_value)), "internal");
+}
+
+TEST(FillIn, PutsTheWordsInPlaceOfTheMarks) {
+  EXPECT_EQ(fill_in("% and %", {"a", "bc"}), "a and bc");
+  EXPECT_EQ(fill_in("%", {"first", "second"}), "first");
+  EXPECT_EQ(fill_in("no mark", {"a"}), "no mark");
+  EXPECT_EQ(fill_in("", {"a"}), "");
+}
+
+TEST(FillIn, LeavesAMarkBeyondTheLastWord) {
+  EXPECT_EQ(fill_in("%%%%%", {"a", "b", "c", "d"}), "abcd%");
 }
 
 TEST(LowerAscii, LowersLettersOnly) {
