@@ -1,26 +1,14 @@
 // From a Config to a streaming device: every set-up call in its fixed order.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "smoke_test/config.hpp"
+#include "smoke_test/device_settings.hpp"
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
-
-// What the set-up learned from the device; the report prints most of it.
-struct DeviceSettings {
-  zelk::timing::Identity identity;
-  std::string calibration_path;  // where this unit's calibration belongs
-  bool calibration_loaded = false;
-  std::int32_t active_reference = -1;  // -1: the reference clock cannot be controlled
-  std::array<std::uint8_t, zelk::timing::channel_count> tdl_masks{};  // read back
-  std::int64_t applied_dead_time_ps = 0;
-  zelk::timing::PackedDeltaConfig packed;  // as accepted by the device
-  std::uint32_t calibration_divider = 0;   // 0 in external mode
-};
 
 // Opens config.port, or the first discovered device when it is empty.
 zelk::timing::Device open_device(const Config& config);

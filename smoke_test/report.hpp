@@ -13,7 +13,7 @@
 #include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/config.hpp"
-#include "smoke_test/device_setup.hpp"
+#include "smoke_test/device_settings.hpp"
 #include "timing/reference_clock.hpp"
 
 // One line with the state of the reference clock, each key beginning with
