@@ -10,6 +10,7 @@
 
 using zelk::timing::Device;
 using zelk::timing::Error;
+using zelk::timing::fixed_clock_statuses;
 using zelk::timing::Format;
 using zelk::timing::ReferenceClockStatus;
 
@@ -20,20 +21,16 @@ ReferenceClockStatus program_reference_clock(Device& device, const Config& confi
                               : device.reference_clock_status();
 }
 
-// Statuses of units whose reference clock cannot be controlled; these units
-// run on their internal clock and are tested all the same.
-bool means_uncontrollable_clock(qx_status status) {
-  return status == -3 || status == -4 || status == -7;
-}
-
-// Returns the active source as the device numbers it, or -1.
+// Returns the active source as the device numbers it. A unit whose reference
+// clock cannot be controlled runs on its internal clock and is tested all the
+// same: -1.
 std::int32_t set_up_reference_clock(Device& device, const Config& config) {
   try {
     const ReferenceClockStatus status = program_reference_clock(device, config);
     print_ref_status(status, "ref");
     return static_cast<std::int32_t>(status.active);
   } catch (const Error& error) {
-    if (!means_uncontrollable_clock(error.status)) {
+    if (std::ranges::find(fixed_clock_statuses, error.status) == fixed_clock_statuses.end()) {
       throw;
     }
     print_ref_unavailable();

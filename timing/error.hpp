@@ -2,6 +2,7 @@
 // it from a library status. Usable from any thread.
 #pragma once
 
+#include <array>
 #include <stdexcept>
 #include <string>
 
@@ -14,6 +15,11 @@ inline constexpr qx_status no_device_found_status = -5;
 
 // Status of a stream read during which nothing arrived. Not a failure.
 inline constexpr qx_status read_timeout_status = -3;
+
+// Statuses with which a unit whose reference clock cannot be controlled answers
+// a call about it. What a status means depends on the call: this -3 is no
+// time-out of a read.
+inline constexpr std::array<qx_status, 3> fixed_clock_statuses{-3, -4, -7};
 
 class Error : public std::runtime_error {
  public:
