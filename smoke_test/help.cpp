@@ -21,14 +21,11 @@ std::string aliases_of(const Option& option) {
 }
 
 void print_option(const Option& option) {
-  std::string default_text(option.default_text);
-  if (!option.unit.empty()) {
-    default_text += " ";
-    default_text += option.unit;
-  }
+  const std::string default_text = std::string(option.default_text) +
+                                   (option.unit.empty() ? "" : " ") + std::string(option.unit);
   std::cout << "  " << std::left << std::setw(key_width) << option.keys[0]  //
             << std::setw(default_width) << default_text                     //
-            << fill_in(option.description, option.words) << aliases_of(option) << '\n';
+            << fill_in(option.description, option.word) << aliases_of(option) << '\n';
 }
 
 }  // namespace

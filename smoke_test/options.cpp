@@ -4,9 +4,11 @@
 #include <cctype>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <type_traits>
-#include <utility>
+
+#include "smoke_test/words.hpp"
 
 using zelk::timing::Format;
 using zelk::timing::ReferenceClockSource;
@@ -20,27 +22,25 @@ bool parse_bool(const std::string& value) {
   return text != "0" && text != "false" && text != "no" && text != "off";
 }
 
-// The word that is spelt like this, or null.
+// What the text means in the table; nothing when it is none of the words.
 template <typename Value, std::size_t count>
-const Word<Value>* find_word(const std::array<Word<Value>, count>& words,
+std::optional<Value> look_up(const std::array<Word<Value>, count>& words,
                              const std::string& value) {
   const std::string text = lower_ascii(value);
-  const auto is_spelt_so = [&text](const Word<Value>& word) {
-    return !text.empty() && std::ranges::find(word.spellings, text) != word.spellings.end();
-  };
-  const auto found = std::ranges::find_if(words, is_spelt_so);
-  return found != words.end() ? &*found : nullptr;
+  for (const Word<Value>& word : words) {
+    if (!text.empty() && std::ranges::find(word.spellings, text) != word.spellings.end()) {
+      return std::make_optional(word.value);
+    }
+  }
+  return std::nullopt;
 }
 
-template <typename Value, std::size_t count>
-Value value_in(const std::array<Word<Value>, count>& words, const std::string& value,
-               std::type_identity_t<Value> otherwise) {
-  const Word<Value>* word = find_word(words, value);
-  return word != nullptr ? word->value : otherwise;
-}
+template <const auto& words, auto otherwise>
+constexpr auto word_or =
+    [](const std::string& value) { return look_up(words, value).value_or(otherwise); };
 
 Transport parse_transport(const std::string& value) {
-  const Transport transport = value_in(transport_words, value, Transport::usb);
+  const Transport transport = word_or<transport_words, Transport::usb>(value);
   if (transport == Transport::usb_async) {
     throw std::runtime_error("usb_async streaming is no longer supported");
   }
@@ -48,15 +48,14 @@ Transport parse_transport(const std::string& value) {
 }
 
 Format parse_format(const std::string& value) {
-  const Word<Format>* word = find_word(format_words, value);
-  if (word == nullptr) {
-    throw std::runtime_error(fill_in("format must be %, %, or %", chief_words(format_words)));
+  if (const std::optional<Format> format = look_up(format_words, value)) {
+    return *format;
   }
-  return word->value;
+  throw std::runtime_error(fill_in("format must be %, %, or %", chief_word<format_words>));
 }
 
-void apply_reference(Config& config, const std::string& value) {
-  const auto source = value_in(ref_words, value, ReferenceClockSource::internal);
+void apply_ref(Config& config, const std::string& value) {
+  const auto source = word_or<ref_words, ReferenceClockSource::internal>(value);
   config.set_reference = source.has_value();
   config.ref_source = source.value_or(config.ref_source);
 }
@@ -64,13 +63,29 @@ void apply_reference(Config& config, const std::string& value) {
 // Nearest whole picosecond, halves away from zero. What does not fit into 64
 // bits, and a value that is no number, becomes the most negative one, which
 // leaves the dead time alone.
-std::int64_t nanoseconds_to_ps(double nanoseconds) {
+std::int64_t parse_nanoseconds(const std::string& value) {
   constexpr double limit = 9223372036854775808.0;  // 2^63
-  const double ps = nanoseconds * 1000.0;
+  const double ps = std::stod(value) * 1000.0;
   if (!(ps >= -limit && ps < limit)) {
     return std::numeric_limits<std::int64_t>::min();
   }
   return std::llround(ps);
+}
+
+// Numbers are what the standard conversions make of them, errors included.
+constexpr auto as_double = [](const std::string& value) { return std::stod(value); };
+constexpr auto as_int = [](const std::string& value) { return std::stoi(value); };
+constexpr auto as_int64 = [](const std::string& value) { return std::stoll(value); };
+constexpr auto as_unsigned = [](const std::string& value) { return std::stoul(value); };
+constexpr auto as_uint64 = [](const std::string& value) { return std::stoull(value); };
+template <std::uint32_t mask>
+constexpr auto masked = [](const std::string& value) { return parse_u32(value) & mask; };
+
+// Sets a field to the value as it is read, cut to the field's width.
+template <auto field, auto read>
+void set(Config& config, const std::string& value) {
+  auto& target = config.*field;
+  target = static_cast<std::remove_reference_t<decltype(target)>>(read(value));
 }
 
 constexpr std::array<std::string_view, 3> keys(std::string_view chief, std::string_view second = {},
@@ -82,70 +97,53 @@ constexpr Option option_table[] = {
     {keys("port", "control_port"), "ftdi://", "", "device to open; empty: the first one found",
      [](Config& c, const std::string& v) { c.port = v; }},
     {keys("transport"), "usb", "", "link to the device: %",
-     [](Config& c, const std::string& v) { c.transport = parse_transport(v); },
-     chief_words(transport_words)},
+     set<&Config::transport, parse_transport>, chief_word<transport_words>},
     {keys("format"), "packed_delta", "", "stream format: %, % or %",
-     [](Config& c, const std::string& v) { c.format = parse_format(v); },
-     chief_words(format_words)},
+     set<&Config::format, parse_format>, chief_word<format_words>},
     {keys("mode"), "internal", "",
      "what drives the inputs: % (calibration source) or % (real signals)",
-     [](Config& c, const std::string& v) {
-       c.mode = value_in(mode_words, v, StreamMode::internal);
-     },
-     chief_words(mode_words)},
-    {keys("capture_s"), "0.5", "s", "length of the capture",
-     [](Config& c, const std::string& v) { c.capture_s = std::stod(v); }},
+     set<&Config::mode, word_or<mode_words, StreamMode::internal>>, chief_word<mode_words>},
+    {keys("capture_s"), "0.5", "s", "length of the capture", set<&Config::capture_s, as_double>},
     {keys("cal_freq_hz"), "10000", "Hz", "frequency of the calibration source, internal mode only",
-     [](Config& c, const std::string& v) { c.cal_freq_hz = std::stod(v); }},
+     set<&Config::cal_freq_hz, as_double>},
     {keys("threshold_v"), "nan", "V", "input threshold, 0 to 4; nan: left as it is",
-     [](Config& c, const std::string& v) { c.threshold_v = std::stod(v); }},
+     set<&Config::threshold_v, as_double>},
     {keys("channel_mask"), "0x0C", "", "channels in the stream, bit n for channel n, 0 to 0x0F",
-     [](Config& c, const std::string& v) {
-       c.channel_mask = static_cast<std::uint8_t>(parse_u32(v) & 0x0F);
-     }},
+     set<&Config::channel_mask, masked<0x0F>>},
     {keys("channel_a"), "0", "", "first channel of the pair to compare, 0 to 3",
-     [](Config& c, const std::string& v) { c.channel_a = std::stoi(v); }},
+     set<&Config::channel_a, as_int>},
     {keys("channel_b"), "1", "", "second channel of the pair, 0 to 3, not channel_a",
-     [](Config& c, const std::string& v) { c.channel_b = std::stoi(v); }},
+     set<&Config::channel_b, as_int>},
     {keys("coincidence_window_ps"), "1000", "ps",
      "largest time difference of a coincidence, and range of the histogram",
-     [](Config& c, const std::string& v) { c.coincidence_window_ps = std::stoll(v); }},
+     set<&Config::coincidence_window_ps, as_int64>},
     {keys("packed_bits"), "16", "bits",
      "delta width of packed_delta records, 1 to 31; the device may choose another",
-     [](Config& c, const std::string& v) {
-       c.packed_bits = static_cast<std::uint8_t>(std::stoul(v));
-     }},
+     set<&Config::packed_bits, as_unsigned>},
     {keys("packed_quantum_ps"), "8", "ps",
      "tick of packed_delta deltas; the device may choose another",
-     [](Config& c, const std::string& v) {
-       c.packed_quantum_ps = static_cast<std::uint16_t>(std::stoul(v));
-     }},
+     set<&Config::packed_quantum_ps, as_unsigned>},
     {keys("bin_s"), "0.1", "s", "width of one report bin, at least 0.001",
-     [](Config& c, const std::string& v) { c.bin_s = std::stod(v); }},
+     set<&Config::bin_s, as_double>},
     {keys("queue_limit"), "131072", "tags", "most decoded tags kept waiting, at least 1024",
-     [](Config& c, const std::string& v) { c.queue_limit = std::stoull(v); }},
+     set<&Config::queue_limit, as_uint64>},
     {keys("dead_time_ps"), "-1", "ps", "input dead time; negative: left as it is",
-     [](Config& c, const std::string& v) { c.dead_time_ps = std::stoll(v); }},
+     set<&Config::dead_time_ps, as_int64>},
     {keys("dead_time_ns"), "-1", "ns", "the same in nanoseconds",
-     [](Config& c, const std::string& v) { c.dead_time_ps = nanoseconds_to_ps(std::stod(v)); }},
+     set<&Config::dead_time_ps, parse_nanoseconds>},
     {keys("load_calibration"), "1", "", "whether the device loads its calibration: 1 or 0",
-     [](Config& c, const std::string& v) { c.load_calibration = parse_bool(v); }},
+     set<&Config::load_calibration, parse_bool>},
     {keys("tdl_mask"), "0x07", "",
      "active delay lines of every channel, bit n for line n, 0 to 0x1F",
-     [](Config& c, const std::string& v) {
-       c.tdl_mask = static_cast<std::uint8_t>(parse_u32(v) & 0x1F);
-     }},
+     set<&Config::tdl_mask, masked<0x1F>>},
     {keys("ref", "reference", "reference_clock"), "internal", "",
-     "reference clock: %, %, %, or % to leave it as it is", apply_reference,
-     chief_words(ref_words)},
+     "reference clock: %, %, %, or % to leave it as it is", apply_ref, chief_word<ref_words>},
     {keys("ref_signal", "reference_signal"), "10mhz", "", "kind of external reference: % or %",
-     [](Config& c, const std::string& v) {
-       c.ref_signal = value_in(ref_signal_words, v, ReferenceSignal::ten_mhz);
-     },
-     chief_words(ref_signal_words)},
+     set<&Config::ref_signal, word_or<ref_signal_words, ReferenceSignal::ten_mhz>>,
+     chief_word<ref_signal_words>},
     {keys("byte_probe", "bytes"), "0", "",
      "print byte-level diagnostics of the stream instead of the report: 1 or 0",
-     [](Config& c, const std::string& v) { c.byte_probe = parse_bool(v); }},
+     set<&Config::byte_probe, parse_bool>},
 };
 
 }  // namespace
@@ -154,17 +152,21 @@ std::span<const Option> options() {
   return option_table;
 }
 
-const Option* find_option(std::string_view key) {
-  const auto has_key = [key](const Option& option) {
-    return !key.empty() && std::ranges::find(option.keys, key) != option.keys.end();
-  };
-  const auto found = std::ranges::find_if(option_table, has_key);
-  return found != std::end(option_table) ? found : nullptr;
+std::string fill_in(std::string_view text, std::string_view (*word)(std::size_t i)) {
+  std::string filled;
+  std::size_t next = 0;
+  for (const char c : text) {
+    filled += c == '%' ? word(next++) : std::string_view(&c, 1);
+  }
+  return filled;
 }
 
 void apply_arg(Config& config, std::string key, std::string value) {
-  if (const Option* option = find_option(lower_ascii(std::move(key)))) {
-    option->apply(config, value);
+  key = lower_ascii(key);
+  for (const Option& option : option_table) {
+    if (!key.empty() && std::ranges::find(option.keys, key) != option.keys.end()) {
+      option.apply(config, value);
+    }
   }
 }
 
@@ -179,9 +181,7 @@ void apply_argument(Config& config, std::string_view argument) {
 }
 
 std::string lower_ascii(std::string text) {
-  for (char& c : text) {
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
   return text;
 }
 

@@ -3,13 +3,13 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "smoke_test/config.hpp"
-#include "smoke_test/words.hpp"
 
 struct Option {
   std::array<std::string_view, 3> keys;  // lower case, the chief one first; unused ones empty
@@ -17,13 +17,13 @@ struct Option {
   std::string_view unit;                 // empty for texts and plain numbers
   std::string_view description;          // meaning and allowed values, "%" for each of the words
   void (*apply)(Config& config, const std::string& value);
-  ChiefWords words{};  // of an option that takes one of a few
+  std::string_view (*word)(std::size_t i) = nullptr;  // of an option that takes one of a few
 };
 
 std::span<const Option> options();
 
-// The option with this lower-case key, or null.
-const Option* find_option(std::string_view key);
+// The text with each "%" replaced by the next word.
+std::string fill_in(std::string_view text, std::string_view (*word)(std::size_t i));
 
 // Applies one option. The key is case-insensitive; an unknown key is ignored.
 // Throws std::runtime_error for a rejected text, and what std::stoi and its

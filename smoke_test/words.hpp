@@ -3,12 +3,12 @@
 // help read these tables, whose rows stand in the order of the help.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <optional>
-#include <span>
-#include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "timing/reference_clock.hpp"
 #include "timing/time_tag.hpp"
@@ -54,26 +54,38 @@ inline constexpr auto ref_signal_words = std::to_array<Word<zelk::timing::Refere
     {zelk::timing::ReferenceSignal::one_pps, "1pps", {"1pps", "pps"}},
 });
 
-// The names that the report prints; "unknown" for values without one.
-const char* transport_name(zelk::timing::Transport transport);
-const char* format_name(zelk::timing::Format format);
-const char* ref_source_name(zelk::timing::ReferenceClockSource source);
-const char* ref_signal_name(zelk::timing::ReferenceSignal signal);
-// Every mode but the external one is called internal.
-const char* mode_name(zelk::timing::StreamMode mode);
-
-// The chief spellings of a table, in its order; unused ones are empty.
-using ChiefWords = std::array<std::string_view, 4>;
-
-template <typename Value, std::size_t count>
-constexpr ChiefWords chief_words(const std::array<Word<Value>, count>& words) {
-  static_assert(count <= ChiefWords{}.size());
-  ChiefWords chief;
-  for (std::size_t i = 0; i < count; ++i) {
-    chief[i] = words[i].spellings[0];
-  }
-  return chief;
+// The chief spelling in the i-th row; empty beyond the last one.
+template <const auto& words>
+std::string_view chief_word(std::size_t i) {
+  return i < words.size() ? words[i].spellings[0] : std::string_view();
 }
 
-// The text with each "%" replaced by the next of the words.
-std::string fill_in(std::string_view text, const ChiefWords& words);
+template <typename Value, std::size_t count>
+const char* name_in(const std::array<Word<Value>, count>& words, std::type_identity_t<Value> value,
+                    const char* otherwise = "unknown") {
+  const auto found = std::ranges::find(words, value, &Word<Value>::value);
+  return found != words.end() ? found->name : otherwise;
+}
+
+// The names that the report prints; "unknown" for values without one.
+
+inline const char* transport_name(zelk::timing::Transport transport) {
+  return name_in(transport_words, transport);
+}
+
+inline const char* format_name(zelk::timing::Format format) {
+  return name_in(format_words, format);
+}
+
+inline const char* ref_source_name(zelk::timing::ReferenceClockSource source) {
+  return name_in(ref_words, source);
+}
+
+inline const char* ref_signal_name(zelk::timing::ReferenceSignal signal) {
+  return name_in(ref_signal_words, signal);
+}
+
+// Every mode but the external one is called internal.
+inline const char* mode_name(zelk::timing::StreamMode mode) {
+  return name_in(mode_words, mode, mode_words[0].name);
+}

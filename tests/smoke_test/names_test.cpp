@@ -56,15 +56,15 @@ TEST(ModeName, IsInternalUnlessTheModeIsExternal) {
   EXPECT_STREQ(mode_name(static_cast<StreamMode>(no_value)), "internal");
 }
 
-TEST(FillIn, PutsTheWordsInPlaceOfTheMarks) {
-  EXPECT_EQ(fill_in("% and %", {"a", "bc"}), "a and bc");
-  EXPECT_EQ(fill_in("%", {"first", "second"}), "first");
-  EXPECT_EQ(fill_in("no mark", {"a"}), "no mark");
-  EXPECT_EQ(fill_in("", {"a"}), "");
+TEST(FillIn, PutsTheChiefWordsInPlaceOfTheMarks) {
+  EXPECT_EQ(fill_in("%, %; %!", chief_word<format_words>), "raw64, delta32; packed_delta!");
+  EXPECT_EQ(fill_in("%", chief_word<mode_words>), "internal");
+  EXPECT_EQ(fill_in("no mark", chief_word<mode_words>), "no mark");
+  EXPECT_EQ(fill_in("", chief_word<mode_words>), "");
 }
 
-TEST(FillIn, LeavesAMarkBeyondTheLastWord) {
-  EXPECT_EQ(fill_in("%%%%%", {"a", "b", "c", "d"}), "abcd%");
+TEST(FillIn, HasNothingForAMarkBeyondTheLastWord) {
+  EXPECT_EQ(fill_in("% % [%]", chief_word<mode_words>), "internal external []");
 }
 
 TEST(LowerAscii, LowersLettersOnly) {
