@@ -16,17 +16,14 @@ using zelk::timing::ReferenceClockStatus;
 
 namespace {
 
-ReferenceClockStatus program_reference_clock(Device& device, const Config& config) {
-  return config.set_reference ? device.set_reference_clock(config.ref_source, config.ref_signal)
-                              : device.reference_clock_status();
-}
-
 // Returns the active source as the device numbers it. A unit whose reference
 // clock cannot be controlled runs on its internal clock and is tested all the
 // same: -1.
 std::int32_t set_up_reference_clock(Device& device, const Config& config) {
   try {
-    const ReferenceClockStatus status = program_reference_clock(device, config);
+    const ReferenceClockStatus status =
+        config.set_reference ? device.set_reference_clock(config.ref_source, config.ref_signal)
+                             : device.reference_clock_status();
     print_ref_status(status, "ref");
     return static_cast<std::int32_t>(status.active);
   } catch (const Error& error) {
@@ -38,14 +35,11 @@ std::int32_t set_up_reference_clock(Device& device, const Config& config) {
   }
 }
 
-void set_up_delay_lines(Device& device, const Config& config, DeviceSettings& settings) {
-  Device::PerChannel<std::uint8_t> requested{};
-  requested.fill(config.tdl_mask);
-  device.set_tdl_active_masks(requested);
-  settings.tdl_masks = device.tdl_active_masks();
-}
-
 void set_up_inputs(Device& device, const Config& config, DeviceSettings& settings) {
+  Device::PerChannel<std::uint8_t> delay_lines{};
+  delay_lines.fill(config.tdl_mask);
+  device.set_tdl_active_masks(delay_lines);
+  settings.tdl_masks = device.tdl_active_masks();
   if (std::isfinite(config.threshold_v)) {
     Device::PerChannel<std::uint16_t> codes{};
     codes.fill(threshold_code(config.threshold_v));
@@ -85,11 +79,8 @@ DeviceSettings set_up_device(Device& device, const Config& config) {
   DeviceSettings settings;
   settings.identity = device.identify();
   settings.calibration_path = calibration_path_for(settings.identity.serial);
-  if (config.load_calibration) {
-    settings.calibration_loaded = device.load_calibration();
-  }
+  settings.calibration_loaded = config.load_calibration && device.load_calibration();
   settings.active_reference = set_up_reference_clock(device, config);
-  set_up_delay_lines(device, config, settings);
   set_up_inputs(device, config, settings);
   set_up_stream_format(device, config, settings);
   set_up_calibration_source(device, config, settings);

@@ -20,15 +20,11 @@ void set_disposition(int signal, void (*handler)(int)) {
   sigaction(signal, &action, nullptr);
 }
 
-bool is_ignored(int signal) {
-  struct sigaction current {};
-  sigaction(signal, nullptr, &current);
-  return current.sa_handler == SIG_IGN;
-}
-
 void set_unless_ignored(void (*handler)(int)) {
   for (const int signal : watched_signals) {
-    if (!is_ignored(signal)) {
+    struct sigaction current {};
+    sigaction(signal, nullptr, &current);
+    if (current.sa_handler != SIG_IGN) {
       set_disposition(signal, handler);
     }
   }

@@ -17,13 +17,6 @@ extern "C" void give_up(int /*signal*/) {
   _exit(exit_failure);
 }
 
-void set_timer(std::chrono::microseconds limit) {
-  itimerval timer{};
-  timer.it_value.tv_sec = limit.count() / 1'000'000;
-  timer.it_value.tv_usec = limit.count() % 1'000'000;
-  setitimer(ITIMER_REAL, &timer, nullptr);
-}
-
 }  // namespace
 
 Watchdog::Watchdog() {
@@ -38,9 +31,12 @@ Watchdog::~Watchdog() {
 }
 
 void Watchdog::kick(std::chrono::milliseconds limit) {
-  set_timer(limit);
+  itimerval timer{};
+  timer.it_value.tv_sec = limit.count() / 1000;
+  timer.it_value.tv_usec = limit.count() % 1000 * 1000;
+  setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 void Watchdog::rest() {
-  set_timer(std::chrono::microseconds{0});
+  kick(std::chrono::milliseconds{0});  // no time at all stops the timer
 }
