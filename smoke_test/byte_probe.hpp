@@ -1,6 +1,5 @@
-// The byte probe: raw stream bytes counted and decoded on the main thread,
-// without the reader and its queue. It shows whether the device sends anything
-// at all, and whether that decodes.
+// What a byte probe brings: whether the device sends anything at all, and
+// whether that decodes.
 #pragma once
 
 #include <array>
@@ -9,11 +8,6 @@
 #include <span>
 #include <vector>
 
-#include "smoke_test/active_stream.hpp"
-#include "smoke_test/config.hpp"
-#include "smoke_test/watchdog.hpp"
-#include "timing/device.hpp"
-#include "timing/stream_header.hpp"
 #include "timing/time_tag.hpp"
 
 struct ByteProbe {
@@ -34,8 +28,3 @@ struct ByteProbe {
   // only.
   void add_tags(std::span<const zelk::timing::TimeTag> tags);
 };
-
-// Probes for config.capture_s seconds, then stops the stream. Throws
-// zelk::timing::Error when a read fails. Keeps the watchdog kicked.
-ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);

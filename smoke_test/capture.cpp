@@ -1,12 +1,14 @@
 #include "smoke_test/capture.hpp"
 
 #include <chrono>
+#include <span>
 #include <thread>
 #include <vector>
 
 #include "smoke_test/deadline.hpp"
 #include "smoke_test/interrupt.hpp"
 #include "smoke_test/progress.hpp"
+#include "timing/stream_decoder.hpp"
 #include "timing/tag_stream_reader.hpp"
 
 using zelk::timing::TagStreamReader;
@@ -16,6 +18,8 @@ namespace {
 
 constexpr std::size_t read_chunk_bytes = 262144;
 constexpr std::chrono::milliseconds empty_queue_pause{2};
+constexpr std::size_t probe_buffer_bytes = 65536;
+constexpr std::chrono::milliseconds empty_read_pause{1};
 
 void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatch& interrupt,
                   CaptureStatistics& statistics, Watchdog& watchdog) {
@@ -26,12 +30,11 @@ void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatc
     watchdog.kick(Watchdog::streaming_limit);
     reader.drain(batch);
     progress.update(deadline.elapsed(), statistics.total());
-    if (batch.empty()) {
-      std::this_thread::sleep_for(empty_queue_pause);
-      continue;
-    }
     for (const TimeTag& tag : batch) {
       statistics.add(tag);
+    }
+    if (batch.empty()) {
+      std::this_thread::sleep_for(empty_queue_pause);
     }
   }
 }
@@ -51,4 +54,27 @@ Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const C
   capture.reader_dropped = reader.dropped;
   capture.interrupting_signal = interrupt.signal_number();
   return capture;
+}
+
+ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
+                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
+  ByteProbe probe;
+  const InterruptWatch interrupt;
+  zelk::timing::StreamDecoder decoder(header);
+  std::vector<std::uint8_t> buffer(probe_buffer_bytes);
+  const Deadline deadline(config.capture_s);
+  while (deadline.is_ahead() && interrupt.signal_number() == 0) {
+    watchdog.kick(Watchdog::streaming_limit);
+    const std::size_t received = device.read_stream_bytes(buffer).value_or(0);
+    if (received == 0) {
+      std::this_thread::sleep_for(empty_read_pause);
+      continue;
+    }
+    const auto bytes = std::span(buffer).first(received);
+    probe.add_bytes(bytes);
+    probe.add_tags(decoder.feed(bytes.data(), bytes.size()));
+  }
+  stream.stop();
+  probe.interrupting_signal = interrupt.signal_number();
+  return probe;
 }

@@ -1,10 +1,11 @@
-// The capture loop: tags from the reader into the statistics, until the time
-// is up.
+// What the program does while the device streams, until the time is up: it
+// captures tags, or probes bytes.
 #pragma once
 
 #include <cstdint>
 
 #include "smoke_test/active_stream.hpp"
+#include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/watchdog.hpp"
@@ -23,3 +24,9 @@ struct Capture {
 // kicked.
 Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);
+
+// Reads and decodes on this thread for config.capture_s seconds, without the
+// reader and its queue, then stops the stream. Throws zelk::timing::Error when
+// a read fails. Keeps the watchdog kicked.
+ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
+                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);
