@@ -1,179 +1,19 @@
 #include "smoke_test/analysis.hpp"
 
-#include <algorithm>
-#include <iterator>
-#include <limits>
-#include <new>
-#include <stdexcept>
-#include <string>
+#include <cstddef>
 
-#include "timing/detail/sorted_times.hpp"
-#include "timing/detail/wrapping.hpp"
-
-using zelk::timing::XcorrHistogram;
-using zelk::timing::detail::magnitude;
-using zelk::timing::detail::SortedTimes;
-using zelk::timing::detail::wrap_add;
-using zelk::timing::detail::wrap_sub;
-
-namespace {
-
-constexpr std::int64_t histogram_bin_ps = 8;
-constexpr std::size_t top_bin_count = 10;
-constexpr double gaussian_fwhm_factor = 2.355;
-constexpr std::int64_t side_window_ps = 40;
-
-XcorrHistogram histogram_of_pair(const std::vector<std::int64_t>& a,
-                                 const std::vector<std::int64_t>& b, std::int64_t window_ps,
-                                 std::int64_t offset_ps) {
-  const auto too_large = [window_ps] {
-    return std::runtime_error("the cross-correlation histogram of a window of " +
-                              std::to_string(window_ps) + " ps does not fit into memory");
-  };
-  try {
-    return zelk::timing::xcorr_histogram(a, b, window_ps, histogram_bin_ps, offset_ps);
-  } catch (const std::bad_alloc&) {
-    throw too_large();
-  } catch (const std::length_error&) {
-    throw too_large();
+Analysis analyse(const Capture& capture, std::int32_t channel_a, std::int32_t channel_b,
+                 std::int64_t window_ps) {
+  const CaptureStatistics& statistics = capture.statistics;
+  Analysis analysis;
+  analysis.tags_total = statistics.total();
+  for (std::size_t channel = 0; channel < analysis.channels.size(); ++channel) {
+    analysis.channels[channel] = analyse_channel(statistics, channel);
   }
-}
-
-}  // namespace
-
-bool ranks_before(const Ranked& left, const Ranked& right) {
-  return left.second != right.second ? left.second > right.second : left.first < right.first;
-}
-
-std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
-                                 const std::vector<std::int64_t>& b, std::int64_t window) {
-  if (window < 0) {
-    return 0;  // also where the bounds would wrap around and change places
-  }
-  std::uint64_t coincidences = 0;
-  std::size_t next = 0;
-  for (const std::int64_t x : a) {
-    while (next < b.size() && b[next] < wrap_sub(x, window)) {
-      ++next;
-    }
-    if (next < b.size() && b[next] <= wrap_add(x, window)) {
-      ++coincidences;
-    }
-  }
-  return coincidences;
-}
-
-OffsetEstimate estimate_offset(const std::vector<std::int64_t>& a,
-                               const std::vector<std::int64_t>& b, std::int64_t window_ps) {
-  constexpr std::size_t max_differences = 4000;
-  if (a.empty() || b.empty()) {
-    return {};
-  }
-  const SortedTimes sorted_a(a);
-  const SortedTimes sorted_b(b);
-  const std::span<const std::int64_t> times = sorted_a.get();
-  const std::span<const std::int64_t> partners = sorted_b.get();
-
-  const std::size_t stride = std::max<std::size_t>(times.size() / max_differences, 1);
-  std::vector<std::int64_t> differences;
-  auto next = partners.begin();  // first partner not before the current time
-  for (std::size_t i = 0; i < times.size() && differences.size() < max_differences; i += stride) {
-    const std::int64_t x = times[i];
-    next = std::lower_bound(next, partners.end(), x);
-    std::int64_t difference = 0;
-    if (next == partners.end()) {
-      difference = wrap_sub(partners.back(), x);
-    } else if (next == partners.begin()) {
-      difference = wrap_sub(partners.front(), x);
-    } else {
-      const std::int64_t to_next = wrap_sub(*next, x);
-      const std::int64_t to_previous = wrap_sub(*std::prev(next), x);
-      difference = magnitude(to_next) <= magnitude(to_previous) ? to_next : to_previous;
-    }
-    if (window_ps >= 0 && magnitude(difference) <= magnitude(window_ps)) {
-      differences.push_back(difference);
-    }
-  }
-  if (differences.empty()) {
-    return {};
-  }
-  const auto middle = differences.begin() + static_cast<std::ptrdiff_t>(differences.size() / 2);
-  std::nth_element(differences.begin(), middle, differences.end());
-  return {.offset_ps = *middle, .valid = true};
-}
-
-HistogramPeak find_peak(const XcorrHistogram& histogram) {
-  if (histogram.counts.empty() || histogram.counts.size() != histogram.centers_ps.size()) {
-    return {};
-  }
-  const auto fullest = std::ranges::max_element(histogram.counts);
-  const auto index = static_cast<std::size_t>(fullest - histogram.counts.begin());
-  return {.count = *fullest, .center_ps = histogram.centers_ps[index]};
-}
-
-std::uint64_t count_near_center(const XcorrHistogram& histogram, std::int64_t center_ps) {
-  const std::int64_t low = wrap_sub(center_ps, side_window_ps);
-  const std::int64_t high = wrap_add(center_ps, side_window_ps);
-  const std::size_t bins = std::min(histogram.counts.size(), histogram.centers_ps.size());
-  std::uint64_t sum = 0;
-  for (std::size_t i = 0; i < bins; ++i) {
-    if (low <= histogram.centers_ps[i] && histogram.centers_ps[i] <= high) {
-      sum += static_cast<std::uint64_t>(histogram.counts[i]);
-    }
-  }
-  return sum;
-}
-
-std::vector<Ranked> top_bins(const XcorrHistogram& histogram, std::size_t most) {
-  const std::size_t bins = std::min(histogram.counts.size(), histogram.centers_ps.size());
-  std::vector<Ranked> top;
-  // `top` stays sorted; almost every bin fails the comparison with its last.
-  for (std::size_t i = 0; i < bins; ++i) {
-    const Ranked bin{histogram.centers_ps[i], histogram.counts[i]};
-    if (top.size() == most) {
-      if (most == 0 || !ranks_before(bin, top.back())) {
-        continue;
-      }
-      top.pop_back();
-    }
-    top.insert(std::ranges::upper_bound(top, bin, ranks_before), bin);
-  }
-  return top;
-}
-
-PairAnalysis analyse_pair(const std::vector<std::int64_t>& a, const std::vector<std::int64_t>& b,
-                          std::int64_t window_ps) {
-  PairAnalysis pair;
-  pair.coincidences = count_coincidences(a, b, window_ps);
-  pair.offset = estimate_offset(a, b, window_ps);
-  const XcorrHistogram histogram = histogram_of_pair(a, b, window_ps, pair.offset.offset_ps);
-  pair.peak = find_peak(histogram);
-  pair.rms_ps = histogram.rms_ps();
-  pair.fwhm_estimate_ps = pair.rms_ps * gaussian_fwhm_factor;
-  pair.minus_period_window = count_near_center(histogram, -zelk::timing::clock_period_ps);
-  pair.plus_period_window = count_near_center(histogram, zelk::timing::clock_period_ps);
-  pair.top = top_bins(histogram, top_bin_count);
-  return pair;
-}
-
-StepStatistics step_statistics(std::span<const std::int64_t> times_ps) {
-  StepStatistics statistics;
-  if (times_ps.size() < 2) {
-    return statistics;
-  }
-  statistics.min_step_ps = std::numeric_limits<std::int64_t>::max();
-  for (std::size_t i = 1; i < times_ps.size(); ++i) {
-    const std::int64_t step = wrap_sub(times_ps[i], times_ps[i - 1]);
-    statistics.min_step_ps = std::min(statistics.min_step_ps, step);
-    for (std::size_t k = 0; k < StepStatistics::limits_ps.size(); ++k) {
-      // As unsigned numbers negative steps are the largest of all.
-      const auto limit = static_cast<std::uint64_t>(StepStatistics::limits_ps[k]);
-      statistics.below[k] += static_cast<std::uint64_t>(step) < limit ? 1 : 0;
-    }
-  }
-  // A list whose every step is the largest number has no smallest step to show.
-  if (statistics.min_step_ps == std::numeric_limits<std::int64_t>::max()) {
-    statistics.min_step_ps = 0;
-  }
-  return statistics;
+  analysis.pair =
+      analyse_pair(statistics.times_ps()[static_cast<std::size_t>(channel_a)],
+                   statistics.times_ps()[static_cast<std::size_t>(channel_b)], window_ps);
+  analysis.reader_dropped = capture.reader_dropped;
+  analysis.bins = statistics.bins();
+  return analysis;
 }

@@ -2,8 +2,6 @@
 // captures tags, or probes bytes.
 #pragma once
 
-#include <cstdint>
-
 #include "smoke_test/active_stream.hpp"
 #include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture_statistics.hpp"
@@ -11,12 +9,6 @@
 #include "smoke_test/watchdog.hpp"
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
-
-struct Capture {
-  CaptureStatistics statistics;
-  std::uint64_t reader_dropped = 0;  // tags discarded by the reader's queue limit
-  int interrupting_signal = 0;       // that ended the capture early, or 0
-};
 
 // Captures for config.capture_s seconds, then stops the reader and the stream.
 // Tags still queued at that moment are not counted: the capture is exactly as

@@ -62,10 +62,6 @@ void CaptureStatistics::add(const zelk::timing::TimeTag& tag) {
   bins_.add(tag.channel, wrap_sub(tag.timestamp_ps, *base_time_ps_));
 }
 
-std::uint64_t CaptureStatistics::count(std::size_t channel) const {
-  return times_ps_[channel].size();
-}
-
 std::uint64_t CaptureStatistics::total() const {
   return std::accumulate(
       times_ps_.begin(), times_ps_.end(), std::uint64_t{0},

@@ -1,4 +1,4 @@
-// What is counted for every tag while the capture runs. Constant work per tag;
+// What a capture brings. For every tag that is counted the work is constant;
 // used by the main thread only.
 #pragma once
 
@@ -46,8 +46,7 @@ class CaptureStatistics {
   // Tags with a channel above 3 are ignored.
   void add(const zelk::timing::TimeTag& tag);
 
-  [[nodiscard]] std::uint64_t count(std::size_t channel) const;  // tags accepted
-  [[nodiscard]] std::uint64_t total() const;
+  [[nodiscard]] std::uint64_t total() const;  // tags accepted
   // The accepted tags' times in arrival order, ps.
   [[nodiscard]] const PerChannel<std::vector<std::int64_t>>& times_ps() const { return times_ps_; }
   // Tags earlier than their channel's previous one.
@@ -64,4 +63,10 @@ class CaptureStatistics {
   PerChannel<std::int64_t> max_gap_ps_{};
   std::optional<std::int64_t> base_time_ps_;  // the first accepted tag, any channel
   TimeBins bins_;
+};
+
+struct Capture {
+  CaptureStatistics statistics;
+  std::uint64_t reader_dropped = 0;  // tags discarded by the reader's queue limit
+  int interrupting_signal = 0;       // that ended the capture early, or 0
 };

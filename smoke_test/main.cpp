@@ -31,13 +31,12 @@ Config parse_arguments(const std::vector<std::string_view>& arguments) {
 }
 
 int report_capture(const Config& config, const DeviceSettings& settings, const Capture& capture) {
-  const auto& times_ps = capture.statistics.times_ps();
-  const auto& times_a = times_ps[static_cast<std::size_t>(config.channel_a)];
-  const auto& times_b = times_ps[static_cast<std::size_t>(config.channel_b)];
-  const PairAnalysis pair = analyse_pair(times_a, times_b, config.coincidence_window_ps);
-  print_report(config, settings, capture.statistics, pair, capture.reader_dropped);
+  const Analysis analysis =
+      analyse(capture, config.channel_a, config.channel_b, config.coincidence_window_ps);
+  print_report(config, settings, analysis);
   finish_report();
-  return verdict(times_a.size(), times_b.size(), pair.coincidences, capture.interrupting_signal);
+  return verdict(analysis.pair.tags_a, analysis.pair.tags_b, analysis.pair.coincidences,
+                 capture.interrupting_signal);
 }
 
 int report_byte_probe(const Config& config, const DeviceSettings& settings,
@@ -74,13 +73,9 @@ int run(const std::vector<std::string_view>& arguments) {
   const auto given = [&arguments](std::string_view flag) {
     return std::ranges::find(arguments, flag) != arguments.end();
   };
-  if (given("--help") || given("-h")) {
-    print_help();
-    finish_report();
-    return exit_success;
-  }
-  if (given("--version")) {
-    print_version();
+  const bool help = given("--help") || given("-h");
+  if (help || given("--version")) {
+    help ? print_help() : print_version();
     finish_report();
     return exit_success;
   }

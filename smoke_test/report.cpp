@@ -1,5 +1,6 @@
 #include "smoke_test/report.hpp"
 
+#include <functional>
 #include <iomanip>
 #include <iostream>
 #include <stdexcept>
@@ -21,9 +22,11 @@ void print_list(const char* key, const Range& values, Write write) {
   std::cout << '\n';
 }
 
-template <typename Range>
-void print_values(const char* key, const Range& values) {
-  print_list(key, values, [](const auto& value) { std::cout << value; });
+// The same figure of every channel.
+template <typename Figure>
+void print_per_channel(const char* key, const Analysis& analysis, Figure figure) {
+  print_list(key, analysis.channels,
+             [&](const ChannelAnalysis& channel) { std::cout << std::invoke(figure, channel); });
 }
 
 void print_ranking(const char* key, const std::vector<Ranked>& ranking) {
@@ -31,16 +34,12 @@ void print_ranking(const char* key, const std::vector<Ranked>& ranking) {
              [](const Ranked& entry) { std::cout << entry.first << ':' << entry.second; });
 }
 
-void use_three_decimals() {
-  std::cout << std::fixed << std::setprecision(3);
-}
-
 void print_settings(const Config& config, const DeviceSettings& settings) {
   std::cout << "ref_active=" << settings.active_reference
             << " divider=" << settings.calibration_divider << '\n'
             << "calibration_path=" << settings.calibration_path << '\n'
-            << "calibration_loaded=" << (settings.calibration_loaded ? 1 : 0) << '\n';
-  std::cout << std::hex;
+            << "calibration_loaded=" << settings.calibration_loaded << '\n'
+            << std::hex;
   print_list("tdl_masks=", settings.tdl_masks,
              [](std::uint8_t mask) { std::cout << "0x" << static_cast<unsigned>(mask); });
   std::cout << std::dec;
@@ -49,10 +48,10 @@ void print_settings(const Config& config, const DeviceSettings& settings) {
   }
 }
 
-void print_counts(const CaptureStatistics& statistics) {
-  std::cout << "tags_total=" << statistics.total() << '\n';
-  for (std::size_t channel = 0; channel < zelk::timing::channel_count; ++channel) {
-    std::cout << "ch" << channel << '=' << statistics.count(channel) << '\n';
+void print_counts(const Analysis& analysis) {
+  std::cout << "tags_total=" << analysis.tags_total << '\n';
+  for (std::size_t channel = 0; channel < analysis.channels.size(); ++channel) {
+    std::cout << "ch" << channel << '=' << analysis.channels[channel].tags << '\n';
   }
 }
 
@@ -60,40 +59,34 @@ void print_pair(const PairAnalysis& pair) {
   std::cout << "coincidences=" << pair.coincidences << '\n'
             << "xcorr_offset_ps=" << pair.offset.offset_ps << '\n'
             << "xcorr_peak_count=" << pair.peak.count << '\n'
-            << "xcorr_peak_center_ps=" << pair.peak.center_ps << '\n';
-  use_three_decimals();
-  std::cout << "xcorr_rms_ps=" << pair.rms_ps << '\n'
+            << "xcorr_peak_center_ps=" << pair.peak.center_ps << '\n'
+            << "xcorr_rms_ps=" << pair.rms_ps << '\n'
             << "xcorr_fwhm_est_ps=" << pair.fwhm_estimate_ps << '\n'
             << "xcorr_minus3333_window_pm40ps=" << pair.minus_period_window << '\n'
             << "xcorr_plus3333_window_pm40ps=" << pair.plus_period_window << '\n';
   print_ranking("xcorr_top_bins=", pair.top);
 }
 
-void print_stream_health(const CaptureStatistics& statistics, std::uint64_t reader_dropped) {
-  constexpr double ps_per_ms = 1e9;
+void print_stream_health(const Analysis& analysis) {
   constexpr std::array<const char*, StepStatistics::limits_ps.size()> limit_keys{
       "dt_lt_10ns=", "dt_lt_100ns=", "dt_lt_500ns=", "dt_lt_900ns="};
-
-  std::array<StepStatistics, zelk::timing::channel_count> steps;
-  for (std::size_t channel = 0; channel < steps.size(); ++channel) {
-    steps[channel] = step_statistics(statistics.times_ps()[channel]);
-  }
-
-  std::cout << "reader_dropped=" << reader_dropped << '\n';
-  print_values("monotonic_violations=", statistics.monotonic_violations());
-  use_three_decimals();
-  print_list("max_gap_ms=", statistics.max_gap_ps(),
-             [](std::int64_t gap_ps) { std::cout << static_cast<double>(gap_ps) / ps_per_ms; });
-  print_list("min_dt_ps=", steps,
-             [](const StepStatistics& channel) { std::cout << channel.min_step_ps; });
+  std::cout << "reader_dropped=" << analysis.reader_dropped << '\n';
+  print_per_channel("monotonic_violations=", analysis, &ChannelAnalysis::monotonic_violations);
+  print_per_channel("max_gap_ms=", analysis, &ChannelAnalysis::max_gap_ms);
+  print_per_channel("min_dt_ps=", analysis, [](const auto& c) { return c.steps.min_step_ps; });
   for (std::size_t k = 0; k < limit_keys.size(); ++k) {
-    print_list(limit_keys[k], steps,
-               [k](const StepStatistics& channel) { std::cout << channel.below[k]; });
+    print_per_channel(limit_keys[k], analysis, [k](const auto& c) { return c.steps.below[k]; });
   }
 }
 
+void print_residues(std::size_t channel, const ResidueStatistics& residues) {
+  const std::string prefix = "ch" + std::to_string(channel) + "_mod3333_";
+  std::cout << prefix << "unique=" << residues.unique << '\n'
+            << prefix << "exact_zero=" << residues.exact_zero << '\n';
+  print_ranking((prefix + "top=").c_str(), residues.top);
+}
+
 void print_bins(const TimeBins& bins) {
-  use_three_decimals();
   std::cout << "bins_s=" << bins.width_s() << '\n'
             << "bin_overflow_tags=" << bins.overflow() << '\n';
   std::size_t index = 0;
@@ -113,15 +106,14 @@ void print_ref_status(const zelk::timing::ReferenceClockStatus& status, const ch
     std::cout.setstate(std::ios::badbit);
     return;
   }
-  const auto flag = [](bool value) { return value ? 1 : 0; };
   std::cout << prefix << "_requested=" << ref_source_name(status.requested) << ' '  //
             << prefix << "_active=" << ref_source_name(status.active) << ' '        //
             << prefix << "_signal=" << ref_signal_name(status.signal) << ' '        //
-            << prefix << "_external_present=" << flag(status.external_present) << ' ' << prefix
-            << "_external_locked=" << flag(status.external_locked) << ' ' << prefix
-            << "_fallback=" << flag(status.fallback) << ' '  //
-            << prefix << "_missing_warning=" << flag(status.missing_warning) << ' ' << prefix
-            << "_raw=0x" << std::hex << status.raw << std::dec << std::endl;
+            << prefix << "_external_present=" << status.external_present << ' '     //
+            << prefix << "_external_locked=" << status.external_locked << ' '       //
+            << prefix << "_fallback=" << status.fallback << ' '                     //
+            << prefix << "_missing_warning=" << status.missing_warning << ' '       //
+            << prefix << "_raw=0x" << std::hex << status.raw << std::dec << std::endl;
 }
 
 void print_ref_unavailable() {
@@ -151,24 +143,21 @@ void print_device_and_stream(const Config& config, const zelk::timing::Identity&
 
 void print_mod_stats(const std::array<std::vector<std::int64_t>, 4>& per_channel) {
   for (std::size_t channel = 0; channel < per_channel.size(); ++channel) {
-    const ResidueStatistics residues = residue_statistics(per_channel[channel]);
-    const std::string prefix = "ch" + std::to_string(channel) + "_mod3333_";
-    std::cout << prefix << "unique=" << residues.unique << '\n'
-              << prefix << "exact_zero=" << residues.exact_zero << '\n';
-    print_ranking((prefix + "top=").c_str(), residues.top);
+    print_residues(channel, residue_statistics(per_channel[channel]));
   }
 }
 
-void print_report(const Config& config, const DeviceSettings& settings,
-                  const CaptureStatistics& statistics, const PairAnalysis& pair,
-                  std::uint64_t reader_dropped) {
+void print_report(const Config& config, const DeviceSettings& settings, const Analysis& analysis) {
+  std::cout << std::fixed << std::setprecision(3);
   print_device_and_stream(config, settings.identity);
   print_settings(config, settings);
-  print_counts(statistics);
-  print_pair(pair);
-  print_stream_health(statistics, reader_dropped);
-  print_mod_stats(statistics.times_ps());
-  print_bins(statistics.bins());
+  print_counts(analysis);
+  print_pair(analysis.pair);
+  print_stream_health(analysis);
+  for (std::size_t channel = 0; channel < analysis.channels.size(); ++channel) {
+    print_residues(channel, analysis.channels[channel].residues);
+  }
+  print_bins(analysis.bins);
 }
 
 void print_byte_probe(const Config& config, const zelk::timing::Identity& identity,

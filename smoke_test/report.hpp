@@ -1,7 +1,8 @@
-// Everything that the smoke test prints on standard output, and nothing else.
+// What the smoke test prints about a run, on standard output. (What it says of
+// itself stands in help.hpp.) The figures arrive calculated.
 //
-// Floating-point values are fixed-point with 3 decimals; the stream's setting
-// is made once and stays.
+// Floating-point values are fixed-point with 3 decimals: print_report() sets
+// the stream so once, and it stays so.
 #pragma once
 
 #include <array>
@@ -11,7 +12,6 @@
 
 #include "smoke_test/analysis.hpp"
 #include "smoke_test/byte_probe.hpp"
-#include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/device_settings.hpp"
 #include "timing/reference_clock.hpp"
@@ -31,14 +31,11 @@ std::string bytes_to_hex(const std::vector<std::uint8_t>& bytes);
 // The report's first two lines: the device, and how its stream was opened.
 void print_device_and_stream(const Config& config, const zelk::timing::Identity& identity);
 
-// The twelve residue lines, three per channel.
+// The twelve residue lines, three per channel, of lists of times (ps).
 void print_mod_stats(const std::array<std::vector<std::int64_t>, 4>& per_channel);
 
-// The whole report of a capture. `reader_dropped`: tags that the reader
-// discarded.
-void print_report(const Config& config, const DeviceSettings& settings,
-                  const CaptureStatistics& statistics, const PairAnalysis& pair,
-                  std::uint64_t reader_dropped);
+// The whole report of a capture.
+void print_report(const Config& config, const DeviceSettings& settings, const Analysis& analysis);
 
 // The whole report of a byte probe.
 void print_byte_probe(const Config& config, const zelk::timing::Identity& identity,

@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-#include "smoke_test/analysis.hpp"
+#include "smoke_test/pair_analysis.hpp"
 #include "tests/reference/literal_analysis.hpp"
 #include "tests/reference/random_times.hpp"
 

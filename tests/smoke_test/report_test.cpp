@@ -102,12 +102,11 @@ DeviceSettings small_settings() {
 
 std::string report_of(const Config& config, const DeviceSettings& settings,
                       const CaptureStatistics& statistics, std::uint64_t dropped) {
-  const PairAnalysis pair =
-      analyse_pair(statistics.times_ps()[static_cast<std::size_t>(config.channel_a)],
-                   statistics.times_ps()[static_cast<std::size_t>(config.channel_b)],
-                   config.coincidence_window_ps);
+  const Analysis analysis =
+      analyse({.statistics = statistics, .reader_dropped = dropped}, config.channel_a,
+              config.channel_b, config.coincidence_window_ps);
   const CoutCapture output;
-  print_report(config, settings, statistics, pair, dropped);
+  print_report(config, settings, analysis);
   return output.text();
 }
 
@@ -226,7 +225,8 @@ TEST(Report, BinsSwitchedOffHaveNoLines) {
 }
 
 TEST(Report, PrintsThePairsFiguresInFull) {
-  PairAnalysis pair;
+  Analysis analysis;
+  PairAnalysis& pair = analysis.pair;
   pair.coincidences = std::numeric_limits<std::uint64_t>::max();
   pair.offset = {.offset_ps = -123'456, .valid = true};
   pair.peak = {.count = 812, .center_ps = -24};
@@ -235,9 +235,9 @@ TEST(Report, PrintsThePairsFiguresInFull) {
   pair.minus_period_window = 17;
   pair.plus_period_window = 18;
   pair.top = {{0, 812}, {8, 790}, {-8, 655}};
+  analysis.reader_dropped = std::numeric_limits<std::uint64_t>::max();
   const CoutCapture output;
-  print_report(Config{}, DeviceSettings{}, CaptureStatistics(0.1), pair,
-               std::numeric_limits<std::uint64_t>::max());
+  print_report(Config{}, DeviceSettings{}, analysis);
   EXPECT_THAT(output.text(), HasSubstr("\ncoincidences=18446744073709551615\n"
                                        "xcorr_offset_ps=-123456\n"
                                        "xcorr_peak_count=812\n"
@@ -252,7 +252,7 @@ TEST(Report, PrintsThePairsFiguresInFull) {
 
 TEST(Report, LeavesTheStreamDecimalAndFixedPoint) {
   const CoutCapture output;
-  print_report(Config{}, DeviceSettings{}, CaptureStatistics(0.1), PairAnalysis{}, 0);
+  print_report(Config{}, DeviceSettings{}, Analysis{});
   const std::size_t size = output.text().size();
   std::cout << 255 << ' ' << 0.5;
   EXPECT_EQ(output.text().substr(size), "255 0.500");
@@ -298,7 +298,7 @@ TEST(FinishedReport, ThatCouldNotBeWrittenIsAnError) {
   const CoutCapture output;
   FullBuffer buffer(100);
   std::streambuf* const before = std::cout.rdbuf(&buffer);
-  print_report(Config{}, DeviceSettings{}, CaptureStatistics(0.1), PairAnalysis{}, 0);
+  print_report(Config{}, DeviceSettings{}, Analysis{});
   EXPECT_THROW(finish_report(), std::runtime_error);
   std::cout.rdbuf(before);
 }

@@ -1,0 +1,138 @@
+#include "smoke_test/pair_analysis.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+#include "timing/detail/sorted_times.hpp"
+#include "timing/detail/wrapping.hpp"
+#include "timing/time_tag.hpp"
+
+using zelk::timing::XcorrHistogram;
+using zelk::timing::detail::magnitude;
+using zelk::timing::detail::SortedTimes;
+using zelk::timing::detail::wrap_add;
+using zelk::timing::detail::wrap_sub;
+
+namespace {
+
+constexpr std::int64_t histogram_bin_ps = 8;
+constexpr std::size_t top_bin_count = 10;
+constexpr double gaussian_fwhm_factor = 2.355;
+constexpr std::int64_t side_window_ps = 40;
+
+XcorrHistogram histogram_of_pair(const std::vector<std::int64_t>& a,
+                                 const std::vector<std::int64_t>& b, std::int64_t window_ps,
+                                 std::int64_t offset_ps) {
+  try {
+    return zelk::timing::xcorr_histogram(a, b, window_ps, histogram_bin_ps, offset_ps);
+  } catch (const std::exception&) {  // std::bad_alloc or std::length_error
+    throw std::runtime_error("the cross-correlation histogram of a window of " +
+                             std::to_string(window_ps) + " ps does not fit into memory");
+  }
+}
+
+}  // namespace
+
+std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
+                                 const std::vector<std::int64_t>& b, std::int64_t window) {
+  if (window < 0) {
+    return 0;  // also where the bounds would wrap around and change places
+  }
+  std::uint64_t coincidences = 0;
+  std::size_t next = 0;
+  for (const std::int64_t x : a) {
+    while (next < b.size() && b[next] < wrap_sub(x, window)) {
+      ++next;
+    }
+    if (next < b.size() && b[next] <= wrap_add(x, window)) {
+      ++coincidences;
+    }
+  }
+  return coincidences;
+}
+
+OffsetEstimate estimate_offset(std::span<const std::int64_t> a, std::span<const std::int64_t> b,
+                               std::int64_t window_ps) {
+  constexpr std::size_t max_differences = 4000;
+  if (a.empty() || b.empty()) {
+    return {};
+  }
+  const SortedTimes sorted_a(a);
+  const SortedTimes sorted_b(b);
+  const std::span<const std::int64_t> times = sorted_a.get();
+  const std::span<const std::int64_t> partners = sorted_b.get();
+
+  const std::size_t stride = std::max<std::size_t>(times.size() / max_differences, 1);
+  std::vector<std::int64_t> differences;
+  auto next = partners.begin();  // first partner not before the current time
+  for (std::size_t i = 0; i < times.size() && differences.size() < max_differences; i += stride) {
+    const std::int64_t x = times[i];
+    next = std::lower_bound(next, partners.end(), x);
+    // At either end of the list the only neighbour is both of them.
+    const std::int64_t to_next = wrap_sub(next != partners.end() ? *next : partners.back(), x);
+    const std::int64_t to_previous =
+        wrap_sub(next != partners.begin() ? *std::prev(next) : partners.front(), x);
+    const std::int64_t difference =
+        magnitude(to_next) <= magnitude(to_previous) ? to_next : to_previous;
+    if (window_ps >= 0 && magnitude(difference) <= magnitude(window_ps)) {
+      differences.push_back(difference);
+    }
+  }
+  if (differences.empty()) {
+    return {};
+  }
+  const auto middle = differences.begin() + static_cast<std::ptrdiff_t>(differences.size() / 2);
+  std::nth_element(differences.begin(), middle, differences.end());
+  return {.offset_ps = *middle, .valid = true};
+}
+
+HistogramPeak find_peak(const XcorrHistogram& histogram) {
+  if (histogram.counts.empty() || histogram.counts.size() != histogram.centers_ps.size()) {
+    return {};
+  }
+  const auto fullest = std::ranges::max_element(histogram.counts);
+  const auto index = static_cast<std::size_t>(fullest - histogram.counts.begin());
+  return {.count = *fullest, .center_ps = histogram.centers_ps[index]};
+}
+
+std::uint64_t count_near_center(const XcorrHistogram& histogram, std::int64_t center_ps) {
+  const std::int64_t low = wrap_sub(center_ps, side_window_ps);
+  const std::int64_t high = wrap_add(center_ps, side_window_ps);
+  const std::size_t bins = std::min(histogram.counts.size(), histogram.centers_ps.size());
+  std::uint64_t sum = 0;
+  for (std::size_t i = 0; i < bins; ++i) {
+    if (low <= histogram.centers_ps[i] && histogram.centers_ps[i] <= high) {
+      sum += static_cast<std::uint64_t>(histogram.counts[i]);
+    }
+  }
+  return sum;
+}
+
+std::vector<Ranked> top_bins(const XcorrHistogram& histogram, std::size_t most) {
+  const std::size_t bins = std::min(histogram.counts.size(), histogram.centers_ps.size());
+  std::vector<Ranked> top;
+  for (std::size_t i = 0; i < bins; ++i) {
+    add_ranked(top, {histogram.centers_ps[i], histogram.counts[i]}, most);
+  }
+  return top;
+}
+
+PairAnalysis analyse_pair(const std::vector<std::int64_t>& a, const std::vector<std::int64_t>& b,
+                          std::int64_t window_ps) {
+  PairAnalysis pair;
+  pair.tags_a = a.size();
+  pair.tags_b = b.size();
+  pair.coincidences = count_coincidences(a, b, window_ps);
+  pair.offset = estimate_offset(a, b, window_ps);
+  const XcorrHistogram histogram = histogram_of_pair(a, b, window_ps, pair.offset.offset_ps);
+  pair.peak = find_peak(histogram);
+  pair.rms_ps = histogram.rms_ps();
+  pair.fwhm_estimate_ps = pair.rms_ps * gaussian_fwhm_factor;
+  pair.minus_period_window = count_near_center(histogram, -zelk::timing::clock_period_ps);
+  pair.plus_period_window = count_near_center(histogram, zelk::timing::clock_period_ps);
+  pair.top = top_bins(histogram, top_bin_count);
+  return pair;
+}

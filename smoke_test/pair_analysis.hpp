@@ -1,0 +1,63 @@
+// Figures of a pair of channels, computed from their times (ps) after the
+// capture. Pure functions, usable from any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "smoke_test/ranking.hpp"
+#include "timing/xcorr_histogram.hpp"
+
+// Tags of `a` with at least one partner in `b` at most `window` ps away, in
+// one forward pass over both lists in their stored order: exact for ascending
+// lists, while a tag out of order can make later ones miss their partners.
+std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
+                                 const std::vector<std::int64_t>& b, std::int64_t window);
+
+struct OffsetEstimate {
+  std::int64_t offset_ps = 0;
+  bool valid = false;  // some tag had a partner within the window
+};
+
+// Median of b - a over nearest partners that are within `window_ps`; for an
+// even number the upper middle value. Every tag of `a` is tried, or of n >= 8000
+// tags every (n / 4000)th, until 4000 differences are found.
+OffsetEstimate estimate_offset(std::span<const std::int64_t> a, std::span<const std::int64_t> b,
+                               std::int64_t window_ps);
+
+struct HistogramPeak {
+  std::int64_t count = 0;
+  std::int64_t center_ps = 0;
+};
+
+// The fullest bin; of equals the one with the most negative centre.
+HistogramPeak find_peak(const zelk::timing::XcorrHistogram& histogram);
+
+// Sum of the bins whose centre lies within 40 ps of `center_ps`, ends included.
+std::uint64_t count_near_center(const zelk::timing::XcorrHistogram& histogram,
+                                std::int64_t center_ps);
+
+// The `most` fullest bins as (centre in ps, count): larger counts first, of
+// equals the smaller centre first. Empty bins count too.
+std::vector<Ranked> top_bins(const zelk::timing::XcorrHistogram& histogram, std::size_t most);
+
+// Everything that the report says about the channel pair.
+struct PairAnalysis {
+  std::uint64_t tags_a = 0;
+  std::uint64_t tags_b = 0;
+  std::uint64_t coincidences = 0;
+  OffsetEstimate offset;
+  HistogramPeak peak;
+  double rms_ps = 0.0;
+  double fwhm_estimate_ps = 0.0;
+  std::uint64_t minus_period_window = 0;  // pairs one clock period before the offset
+  std::uint64_t plus_period_window = 0;   // pairs one clock period after the offset
+  std::vector<Ranked> top;
+};
+
+// Throws std::runtime_error when the histogram of this window does not fit
+// into memory.
+PairAnalysis analyse_pair(const std::vector<std::int64_t>& a, const std::vector<std::int64_t>& b,
+                          std::int64_t window_ps);
