@@ -161,14 +161,6 @@ TEST(Delta32LockTest, BytesOfTheOffendingWordAtTheEndOfACallAreSearchedAgainInTh
   EXPECT_TRUE(decoder.d32_locked);
 }
 
-TEST(Delta32LockTest, TheSearchWithinACallBeginsBehindTheOffendingWord) {
-  StreamDecoder decoder = delta32_decoder();
-  const Bytes bytes = joined({big_endian_32({d32_sync, 0x00EB5A55}), Bytes{0xAA},
-                              big_endian_32({d32_base_low(9), d32_base_high(9), d32_tag(0, 1)})});
-  EXPECT_THAT(feed(decoder, bytes), IsEmpty());
-  EXPECT_FALSE(decoder.d32_locked);
-}
-
 TEST(Delta32LockTest, BytesAfterTheOffendingWordWaitForTheRestOfASyncWord) {
   StreamDecoder decoder = delta32_decoder();
   feed(decoder, joined({big_endian_32({d32_sync, 0x00000077}), Bytes{0xEB, 0x5A}}));
