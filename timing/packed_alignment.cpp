@@ -233,7 +233,7 @@ void PackedAlignmentSearch::advance_alone(Grid& grid, std::uint64_t first_bit,
     return;
   }
   Scan& scan = grid.scans.front();
-  const bool all_active = stream_.active_mask == 0xF;
+  const bool all_active = stream_.active_mask == all_channels_mask;
   while (index < end_record) {
     if (scan.idle()) {
       index = all_active ? skip_idle<true>(scan, index, first_bit, reader, end_record)

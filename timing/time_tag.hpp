@@ -30,6 +30,9 @@ enum class StreamMode : std::uint32_t {
 
 inline constexpr int channel_count = 4;
 
+// Bit n stands for channel n.
+inline constexpr std::uint8_t all_channels_mask = (1U << channel_count) - 1;
+
 // One period of the device's coarse counter.
 inline constexpr std::int64_t clock_period_ps = 3333;
 

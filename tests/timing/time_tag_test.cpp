@@ -39,8 +39,12 @@ TEST(StreamModeTest, ValuesAreTheDevicesNumbersIn32Bits) {
   EXPECT_TRUE((std::is_same_v<std::underlying_type_t<StreamMode>, std::uint32_t>));
 }
 
-TEST(ClockConstantsTest, HaveTheDevicesValues) {
+TEST(ChannelsTest, AllFourHaveABitInTheMask) {
   EXPECT_EQ(channel_count, 4);
+  EXPECT_EQ(all_channels_mask, 0x0F);
+}
+
+TEST(ClockConstantsTest, HaveTheDevicesValues) {
   EXPECT_EQ(clock_period_ps, 3333);
   EXPECT_EQ(coarse_epoch_ps, 14'315'125'997'568);
   EXPECT_EQ(coarse_epoch_ps, 0xD0500000000);
