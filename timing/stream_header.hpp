@@ -1,5 +1,5 @@
-// Describes the stream that a decoder is to decode. A plain value: the driver
-// fills it, the reader thread takes a copy.
+// Describes the stream that a decoder is to decode. A plain value, filled before
+// the stream is decoded; the decoder takes from it what it needs.
 #pragma once
 
 #include <array>
@@ -19,8 +19,10 @@ struct StreamFileHeader {
   std::uint8_t reserved = 0;      // travels with the mask; always 0
   std::uint8_t packed_bits = 0;
   std::uint16_t packed_quantum_ps = 0;
-  std::string timestamp_layout;      // "raw_cf" or "ps"
-  std::array<std::string, 5> notes;  // free text, left empty by the smoke test
+  // "raw_cf" or "ps", for whoever reads the description. A decoder does not read
+  // it but works the layout out again, as timestamp_layout_for() does.
+  std::string timestamp_layout;
+  std::array<std::string, 5> notes;  // free text, which may be empty
 };
 
 // The raw64 record layout of a stream: coarse and fine counts for the internal
