@@ -1,6 +1,7 @@
 // The raw64 path: absolute 8-byte records, found again byte by byte after
 // anything that is not a record.
 #include <cctype>
+#include <span>
 
 #include "timing/detail/byte_order.hpp"
 #include "timing/detail/wrapping.hpp"
@@ -17,6 +18,57 @@ using detail::wrap_sub;
 
 namespace raw64 = wire::raw64;
 
+using FineCorrections = std::span<const std::int64_t>;
+
+std::uint8_t channel_of(std::uint64_t word) {
+  return static_cast<std::uint8_t>(word >> raw64::channel_shift & raw64::channel_mask);
+}
+
+// A record of the layout with the time in ps, which is its count.
+struct PicosecondRecord {
+  static constexpr auto period = static_cast<std::uint64_t>(coarse_epoch_ps);
+  static constexpr auto half_period = static_cast<std::uint64_t>(half_epoch_ps);
+
+  static bool matches(std::uint64_t word) {
+    return (word & raw64::ps_fixed_mask) == raw64::ps_fixed_value;
+  }
+  explicit PicosecondRecord(std::uint64_t word)
+      : channel(channel_of(word)), count(word & raw64::ps_timestamp_mask) {
+    static_assert(raw64::ps_timestamp_mask < 2 * period, "one subtraction is a modulo");
+    count -= count < period ? 0 : period;
+  }
+
+  [[nodiscard]] std::int64_t time_ps(std::int64_t unwrapped, FineCorrections) const {
+    return unwrapped;
+  }
+
+  std::uint8_t channel;
+  std::uint64_t count;
+};
+
+// A record of the layout with a count of clock periods and a fine code.
+struct CoarseFineRecord {
+  static constexpr std::uint64_t period = raw64::cf_coarse_mask + 1;
+  static constexpr std::uint64_t half_period = period / 2;
+
+  static bool matches(std::uint64_t word) {
+    return (word & raw64::cf_fixed_mask) == raw64::cf_fixed_value;
+  }
+  explicit CoarseFineRecord(std::uint64_t word)
+      : channel(channel_of(word)),
+        count(word >> raw64::cf_coarse_shift & raw64::cf_coarse_mask),
+        fine(word & raw64::cf_fine_mask) {}
+
+  [[nodiscard]] std::int64_t time_ps(std::int64_t unwrapped, FineCorrections corrections) const {
+    const std::int64_t coarse_time = wrap_mul(unwrapped, clock_period_ps);
+    return fine < corrections.size() ? wrap_sub(coarse_time, corrections[fine]) : coarse_time;
+  }
+
+  std::uint8_t channel;
+  std::uint64_t count;
+  std::uint64_t fine;
+};
+
 bool selects_coarse_fine(std::string layout) {
   for (char& c : layout) {
     c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -24,88 +76,49 @@ bool selects_coarse_fine(std::string layout) {
   return layout == "raw_cf";
 }
 
-std::uint8_t channel_of(std::uint64_t word) {
-  return static_cast<std::uint8_t>(word >> raw64::channel_shift & raw64::channel_mask);
-}
-
-// Takes a wrapping count of period `period` into the channel's state and
-// returns the channel's unwrapping offset. Only a fall by more than half a
+// The record's count with the channel's wraps. Only a fall by more than half a
 // period is a wrap; a smaller one is a late tag.
-std::int64_t unwrap(StreamDecoder::Raw64Channel& channel, std::int64_t& offset, std::uint64_t raw,
-                    std::uint64_t period) {
-  if (channel.has_last && raw < channel.last_raw && channel.last_raw - raw > period / 2) {
-    offset = wrap_add(offset, static_cast<std::int64_t>(period));
+template <typename Record>
+std::int64_t unwrap(Raw64State& state, const Record& record) {
+  Raw64State::Raw64Channel& channel = state.raw64[record.channel];
+  std::int64_t& offset = state.epoch_offset_ps[record.channel];
+  if (record.count + Record::half_period < channel.last_raw && channel.has_last) {
+    offset = wrap_add(offset, static_cast<std::int64_t>(Record::period));
   }
-  channel.last_raw = raw;
+  channel.last_raw = record.count;
   channel.has_last = true;
-  return offset;
+  return wrap_add(static_cast<std::int64_t>(record.count), offset);
 }
 
-// The layout with the time in ps.
-struct PicosecondLayout {
-  StreamDecoder& decoder;
-
-  static bool matches(std::uint64_t word) {
-    return (word & raw64::ps_fixed_mask) == raw64::ps_fixed_value;
-  }
-
-  std::int64_t time_ps(std::uint64_t word, std::uint8_t channel) const {
-    constexpr auto epoch = static_cast<std::uint64_t>(coarse_epoch_ps);
-    const std::uint64_t raw = (word & raw64::ps_timestamp_mask) % epoch;
-    const std::int64_t offset =
-        unwrap(decoder.raw64[channel], decoder.epoch_offset_ps[channel], raw, epoch);
-    return wrap_add(static_cast<std::int64_t>(raw), offset);
-  }
-};
-
-// The layout with a coarse count and a fine code.
-struct CoarseFineLayout {
-  StreamDecoder& decoder;
-
-  static bool matches(std::uint64_t word) {
-    return (word & raw64::cf_fixed_mask) == raw64::cf_fixed_value;
-  }
-
-  std::int64_t time_ps(std::uint64_t word, std::uint8_t channel) const {
-    const std::uint64_t coarse = word >> raw64::cf_coarse_shift & raw64::cf_coarse_mask;
-    const std::uint64_t fine = word & raw64::cf_fine_mask;
-    const std::int64_t periods =
-        wrap_add(static_cast<std::int64_t>(coarse),
-                 unwrap(decoder.raw64[channel], decoder.epoch_offset_ps[channel], coarse,
-                        raw64::cf_coarse_mask + 1));
-    const std::int64_t coarse_time = wrap_mul(periods, clock_period_ps);
-    return fine < decoder.fine_correction_ps.size()
-               ? wrap_sub(coarse_time, decoder.fine_correction_ps[fine])
-               : coarse_time;
-  }
-};
-
-template <typename Layout>
-std::vector<TimeTag> decode_records(StreamDecoder& decoder) {
-  const Layout layout{decoder};
-  const std::vector<std::uint8_t>& bytes = decoder.pending;
+template <typename Record>
+std::vector<TimeTag> decode_records(PendingBytes& waiting, Raw64State& kept,
+                                    FineCorrections corrections) {
+  Raw64State state = kept;
   std::vector<TimeTag> tags;
-  std::size_t offset = 0;
-  while (bytes.size() - offset >= raw64::record_bytes) {
-    const std::uint64_t word = load_be64(bytes.data() + offset);
-    if (!Layout::matches(word)) {
-      ++offset;
-      continue;
+  const std::uint8_t* const begin = waiting.pending.data();
+  const std::uint8_t* const end = begin + waiting.pending.size();
+  const std::uint8_t* next = begin;
+  while (static_cast<std::size_t>(end - next) >= raw64::record_bytes) {
+    const std::uint64_t word = load_be64(next);
+    if (Record::matches(word)) {
+      const Record record(word);
+      tags.push_back({record.channel, record.time_ps(unwrap(state, record), corrections)});
+      next += raw64::record_bytes;
+    } else {
+      ++next;
     }
-    const std::uint8_t channel = channel_of(word);
-    tags.push_back({channel, layout.time_ps(word, channel)});
-    offset += raw64::record_bytes;
   }
-  decoder.pending.erase(decoder.pending.begin(),
-                        decoder.pending.begin() + static_cast<std::ptrdiff_t>(offset));
+  kept = state;
+  waiting.erase_front(static_cast<std::size_t>(next - begin));
   return tags;
 }
 
 }  // namespace
 
 std::vector<TimeTag> StreamDecoder::feed_raw64() {
-  return selects_coarse_fine(timestamp_layout) ? decode_records<CoarseFineLayout>(*this)
-                                               : decode_records<PicosecondLayout>(*this);
+  return selects_coarse_fine(timestamp_layout)
+             ? decode_records<CoarseFineRecord>(*this, *this, fine_correction_ps)
+             : decode_records<PicosecondRecord>(*this, *this, fine_correction_ps);
 }
 
 }  // namespace zelk::timing

@@ -4,7 +4,7 @@
 
 namespace zelk::timing {
 
-StreamDecoder::StreamDecoder(const StreamFileHeader& header)
+StreamDescription::StreamDescription(const StreamFileHeader& header)
     : format(header.format),
       mode(header.mode),
       transport(header.transport),
@@ -13,8 +13,11 @@ StreamDecoder::StreamDecoder(const StreamFileHeader& header)
       packed_quantum_ps(header.packed_quantum_ps != 0 ? header.packed_quantum_ps
                                                       : wire::packed_delta::default_quantum_ps),
       timestamp_layout(timestamp_layout_for(header.format, header.mode)),
-      fine_correction_ps(wire::default_fine_correction_table()),
-      packed_shift(wire::packed_delta::quantum_shift(packed_quantum_ps)) {}
+      fine_correction_ps(wire::default_fine_correction_table()) {}
+
+StreamDecoder::StreamDecoder(const StreamFileHeader& header) : StreamDescription(header) {
+  packed_shift = wire::packed_delta::quantum_shift(packed_quantum_ps);
+}
 
 std::vector<TimeTag> StreamDecoder::feed(const std::uint8_t* data, std::size_t size) {
   if (data != nullptr && size != 0) {

@@ -85,6 +85,15 @@ TYPED_TEST(PackedDeltaDecoderTest, LessThanOneRecordStaysUntouched) {
   EXPECT_TRUE(decoder.packed_locked);
 }
 
+TYPED_TEST(PackedDeltaDecoderTest, BitOffsetBehindTheLastByteLeavesNothingToDecode) {
+  auto decoder = make_locked_decoder<TypeParam>({});
+  decoder.pending = {1};
+  decoder.consume_packed_records(1);  // 19 bits of 8
+  EXPECT_TRUE(feed(decoder, {}).tags.empty());
+  EXPECT_EQ(decoder.bit_offset, 3U);
+  EXPECT_TRUE(decoder.packed_locked);
+}
+
 TYPED_TEST(PackedDeltaDecoderTest, BitsOfExactlyOneRecordAreConsumed) {
   auto decoder = make_locked_decoder<TypeParam>({});
   decoder.bit_offset = 5;
