@@ -1,6 +1,6 @@
 // How the simulated unit says no. Inside the library a refused request is a
 // Failure; the C interface turns it into its status and the device's last
-// error. Texts of statuses are fixed and never null.
+// error.
 #pragma once
 
 #include <cstdint>
@@ -55,11 +55,6 @@ enum class Status : std::int32_t {
   contradicts_recording = -72,
   // From -100 down: the values and places of the keys of port strings.
 };
-
-inline constexpr const char* unknown_status_text = "unknown status";
-
-// The fixed text of `status`, for values that are no Status too.
-const char* status_text(std::int32_t status) noexcept;
 
 // A refused request; what() says which value was wrong and why.
 class Failure : public std::runtime_error {

@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "simulator/ports/port_values.hpp"
+
 namespace zelk::simulator {
 namespace {
 
@@ -10,6 +12,87 @@ namespace {
 StatusTexts process_texts;
 
 }  // namespace
+
+const char* status_text(std::int32_t status) noexcept {
+  switch (static_cast<Status>(status)) {
+    case Status::success:
+      return "success";
+    case Status::invalid_argument:
+      return "invalid argument";
+    case Status::out_of_memory:
+      return "out of memory";
+    case Status::timed_out:
+      return "timed out";
+    case Status::not_supported:
+      return "not supported";
+    case Status::no_device:
+      return "no device found";
+    case Status::busy:
+      return "busy: the unit is streaming";
+    case Status::not_available:
+      return "not available on this unit";
+    case Status::not_streaming:
+      return "the unit is not streaming";
+    case Status::out_of_range:
+      return "value out of range";
+    case Status::internal_error:
+      return "internal error of the device library";
+    case Status::no_such_unit:
+      return "no such unit";
+    case Status::malformed_port:
+      return "malformed port string";
+    case Status::unknown_scenario:
+      return "unknown scenario in port string";
+    case Status::unknown_port_key:
+      return "unknown key in port string";
+    case Status::missing_port_key:
+      return "missing key in port string";
+    case Status::repeated_port_key:
+      return "repeated key in port string";
+    case Status::cannot_open_tag_file:
+      return "cannot open the tag file";
+    case Status::cannot_read_tag_file:
+      return "cannot read the tag file";
+    case Status::malformed_tag_line:
+      return "malformed line in the tag file";
+    case Status::tag_out_of_order:
+      return "tag file not in time order";
+    case Status::tag_channel_out_of_range:
+      return "channel out of range in the tag file";
+    case Status::malformed_discovery:
+      return "malformed value of ZELK_SIM_DISCOVERY";
+    case Status::unit_vanished:
+      return "the unit has vanished";
+    case Status::cannot_load_library:
+      return "cannot load the tapped library";
+    case Status::library_lacks_function:
+      return "the tapped library lacks a function of the interface";
+    case Status::recording_exists:
+      return "the recording file exists already";
+    case Status::cannot_create_recording:
+      return "cannot create the recording file";
+    case Status::cannot_write_recording:
+      return "cannot write the recording";
+    case Status::no_recording_named:
+      return "the port string names no recording file";
+    case Status::cannot_open_recording:
+      return "cannot open the recording";
+    case Status::cannot_read_recording:
+      return "cannot read the recording";
+    case Status::not_a_recording:
+      return "not a recording";
+    case Status::unknown_recording_version:
+      return "recording of an unknown version";
+    case Status::recording_cut_short:
+      return "the recording is cut short; cut_short=1 plays what there is";
+    case Status::recording_corrupted:
+      return "the recording is corrupted";
+    case Status::contradicts_recording:
+      return "contradicts the recording";
+  }
+  const char* const of_key = key_status_text(status);
+  return of_key != nullptr ? of_key : unknown_status_text;
+}
 
 StatusTexts& StatusTexts::instance() {
   return process_texts;

@@ -1,9 +1,5 @@
-// Texts for statuses that come from elsewhere: from a tapped library or from a
-// recording. The C interface asks for a status's text without naming a device,
-// so this is the one state that belongs to the whole process: for each status
-// the text of whoever answered with it last. A host asks right after the
-// failed call, and so hears the text that belongs to it, also where two
-// devices number their failures differently. Usable from any thread.
+// Texts of statuses: this library's own, which are fixed and never null, and
+// those of statuses that come from elsewhere. Usable from any thread.
 #pragma once
 
 #include <cstddef>
@@ -18,6 +14,17 @@
 
 namespace zelk::simulator {
 
+inline constexpr const char* unknown_status_text = "unknown status";
+
+// This library's own text for `status`; unknown_status_text for any other.
+const char* status_text(std::int32_t status) noexcept;
+
+// Texts for statuses that come from elsewhere: from a tapped library or from a
+// recording. The C interface asks for a status's text without naming a device,
+// so this is the one state that belongs to the whole process: for each status
+// the text of whoever answered with it last. A host asks right after the
+// failed call, and so hears the text that belongs to it, also where two
+// devices number their failures differently.
 class StatusTexts {
  public:
   // The process's own.

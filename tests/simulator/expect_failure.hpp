@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "simulator/failure.hpp"
+#include "simulator/status_texts.hpp"
 
 namespace zelk::simulator {
 

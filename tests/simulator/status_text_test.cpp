@@ -1,4 +1,4 @@
-#include "simulator/failure.hpp"
+#include "simulator/status_texts.hpp"
 
 #include <gtest/gtest.h>
 
