@@ -1,7 +1,6 @@
 #include "simulator/faults/faulty_device.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -176,8 +175,7 @@ void FaultyDevice::start_stream(std::uint32_t mode, std::uint32_t flags) {
   }
   remove_bit_at_s_ = plan_.remove_bit_at_s;
   insert_bit_at_s_ = plan_.insert_bit_at_s;
-  damaged_.clear();
-  handed_over_ = 0;
+  damaged_.replace();
 }
 
 void FaultyDevice::stop_stream(bool flag) {
@@ -227,12 +225,12 @@ std::size_t FaultyDevice::read_damaged(std::span<std::uint8_t> buffer, Clock::ti
     healthy_.resize(std::min(buffer.size(), max_piece_bytes));
     const std::size_t count = device_->read_stream(healthy_, time_left());
     begin_due_damage();
-    damage_->apply(std::span(healthy_).first(count), damaged_);
+    damage_->apply(std::span(healthy_).first(count), damaged_.tail());
     if (damaged_.empty() && Clock::now() >= deadline) {
       throw nothing_arrived();
     }
   }
-  return hand_over(buffer);
+  return damaged_.hand_over(buffer);
 }
 
 // Of two stuck lines the one that was stuck later is what the host sees.
@@ -252,17 +250,6 @@ void FaultyDevice::begin_due_damage() {
   } else if (zeros) {
     damage_->stick_at(0x00);
   }
-}
-
-std::size_t FaultyDevice::hand_over(std::span<std::uint8_t> buffer) {
-  const std::size_t count = std::min(buffer.size(), damaged_.size() - handed_over_);
-  std::memcpy(buffer.data(), damaged_.data() + handed_over_, count);
-  handed_over_ += count;
-  if (handed_over_ == damaged_.size()) {
-    damaged_.clear();
-    handed_over_ = 0;
-  }
-  return count;
 }
 
 }  // namespace zelk::simulator

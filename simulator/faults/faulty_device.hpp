@@ -17,6 +17,7 @@
 #include "simulator/device_model.hpp"
 #include "simulator/faults/fault_plan.hpp"
 #include "simulator/faults/stream_damage.hpp"
+#include "simulator/waiting_bytes.hpp"
 
 namespace zelk::simulator {
 
@@ -59,7 +60,6 @@ class FaultyDevice final : public DeviceModel {
   void wait_while_silent(Clock::time_point deadline) const;
   std::size_t read_damaged(std::span<std::uint8_t> buffer, Clock::time_point deadline);
   void begin_due_damage();
-  std::size_t hand_over(std::span<std::uint8_t> buffer);
 
   std::unique_ptr<DeviceModel> device_;
   FaultPlan plan_;
@@ -73,8 +73,7 @@ class FaultyDevice final : public DeviceModel {
   std::optional<double> remove_bit_at_s_;  // still to come
   std::optional<double> insert_bit_at_s_;
   std::vector<std::uint8_t> healthy_;
-  std::vector<std::uint8_t> damaged_;
-  std::size_t handed_over_ = 0;  // bytes at the front of damaged_
+  WaitingBytes damaged_;
 };
 
 }  // namespace zelk::simulator

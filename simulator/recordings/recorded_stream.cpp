@@ -1,7 +1,6 @@
 #include "simulator/recordings/recorded_stream.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <thread>
 #include <utility>
 #include <variant>
@@ -56,15 +55,6 @@ void RecordedStream::look_ahead(Clock::time_point deadline) {
   }
 }
 
-std::size_t RecordedStream::hand_over(std::span<std::uint8_t> buffer) {
-  const std::size_t count = std::min(buffer.size(), bytes_.size() - handed_over_);
-  if (count != 0) {
-    std::memcpy(buffer.data(), bytes_.data() + handed_over_, count);
-  }
-  handed_over_ += count;
-  return count;
-}
-
 RecordedStream::Clock::time_point RecordedStream::arrival(std::uint64_t time_ns) const {
   return started_ + std::chrono::nanoseconds(time_ns - std::min(start_ns_, time_ns));
 }
@@ -72,7 +62,7 @@ RecordedStream::Clock::time_point RecordedStream::arrival(std::uint64_t time_ns)
 const RecordedAnswer& RecordedStream::read(std::span<std::uint8_t> buffer, std::size_t& received,
                                            std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
-  received = hand_over(buffer);
+  received = bytes_.hand_over(buffer);
   if (received != 0 || buffer.empty()) {
     return success_;
   }
@@ -93,9 +83,8 @@ const RecordedAnswer& RecordedStream::read(std::span<std::uint8_t> buffer, std::
   if (failure_) {
     return *failure_;
   }
-  bytes_ = std::move(due.bytes);
-  handed_over_ = 0;
-  received = hand_over(buffer);
+  bytes_.replace(std::move(due.bytes));
+  received = bytes_.hand_over(buffer);
   return success_;
 }
 

@@ -12,6 +12,7 @@
 
 #include "simulator/ports/pace.hpp"
 #include "simulator/recordings/recording_file.hpp"
+#include "simulator/waiting_bytes.hpp"
 
 namespace zelk::simulator {
 
@@ -39,7 +40,6 @@ class RecordedStream {
   };
 
   void look_ahead(Clock::time_point deadline);
-  std::size_t hand_over(std::span<std::uint8_t> buffer);
   [[nodiscard]] Clock::time_point arrival(std::uint64_t time_ns) const;
 
   const RecordingFile& recording_;
@@ -50,8 +50,7 @@ class RecordedStream {
 
   bool over_ = false;       // nothing after due_
   std::optional<Due> due_;  // what comes next
-  std::vector<std::uint8_t> bytes_;
-  std::size_t handed_over_ = 0;  // bytes at the front of bytes_
+  WaitingBytes bytes_;      // of the chunk that came last
   RecordedAnswer success_;
   RecordedAnswer quiet_;                   // to a read that nothing arrives for
   std::optional<RecordedAnswer> failure_;  // the last answer, when it was one

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -20,9 +19,6 @@ constexpr unsigned events_per_look = 4096;
 // Sizes of short reads: around packets and records, and across both.
 constexpr std::array<std::size_t, 12> short_read_bytes{1,  2,   3,   5,   7,    13,
                                                        63, 257, 511, 513, 1021, 4099};
-
-// The buffer is cut when this much at its front has been handed over.
-constexpr std::size_t max_handed_over = std::size_t{1} << 18;
 
 std::size_t whole_packets(std::size_t bytes) {
   return bytes < usb_packet_bytes ? bytes : bytes - bytes % usb_packet_bytes;
@@ -53,7 +49,7 @@ void StreamSession::write(const Event& event) {
     return;
   }
   const std::size_t before = bytes_.size();
-  encoder_->append(tag, bytes_);
+  encoder_->append(tag, bytes_.tail());
   if (link_) {
     link_->write(bytes_.size() - before);
   }
@@ -61,7 +57,7 @@ void StreamSession::write(const Event& event) {
 
 void StreamSession::flush() {
   const std::size_t before = bytes_.size();
-  encoder_->flush(bytes_);
+  encoder_->flush(bytes_.tail());
   if (link_) {
     link_->write(bytes_.size() - before);
   }
@@ -114,7 +110,7 @@ void StreamSession::fill_as_read(std::size_t wanted_bytes, Clock::time_point dea
 }
 
 std::size_t StreamSession::readable() const {
-  return link_ ? link_->readable() : bytes_.size() - handed_over_;
+  return link_ ? link_->readable() : bytes_.size();
 }
 
 std::size_t StreamSession::hand_over(std::span<std::uint8_t> buffer) {
@@ -126,19 +122,10 @@ std::size_t StreamSession::hand_over(std::span<std::uint8_t> buffer) {
     const double place = read_sizes_.uniform() * static_cast<double>(short_read_bytes.size());
     count = std::min(count, short_read_bytes[static_cast<std::size_t>(std::ceil(place)) - 1]);
   }
-  std::memcpy(buffer.data(), bytes_.data() + handed_over_, count);
-  handed_over_ += count;
   if (link_) {
     link_->read(count);
   }
-  if (handed_over_ == bytes_.size()) {
-    bytes_.clear();
-    handed_over_ = 0;
-  } else if (handed_over_ >= max_handed_over && handed_over_ >= bytes_.size() / 2) {
-    bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(handed_over_));
-    handed_over_ = 0;
-  }
-  return count;
+  return bytes_.hand_over(buffer.first(count));
 }
 
 // A host that waits takes what each tick brings. So while nothing can be read,

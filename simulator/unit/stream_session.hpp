@@ -17,7 +17,6 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <vector>
 
 #include "simulator/encoders/stream_encoder.hpp"
 #include "simulator/signals/random_numbers.hpp"
@@ -27,6 +26,7 @@
 #include "simulator/unit/scenario.hpp"
 #include "simulator/unit/stream_clock.hpp"
 #include "simulator/unit/time_base.hpp"
+#include "simulator/waiting_bytes.hpp"
 
 namespace zelk::simulator {
 
@@ -70,8 +70,7 @@ class StreamSession {
   Clock::duration behind_{0};      // how late the stream is against its clock
   bool short_reads_;
   RandomNumbers read_sizes_;
-  std::vector<std::uint8_t> bytes_;
-  std::size_t handed_over_ = 0;  // bytes at the front of bytes_
+  WaitingBytes bytes_;
 };
 
 }  // namespace zelk::simulator
