@@ -1,5 +1,6 @@
 #include "simulator/device_call.hpp"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdio>
@@ -17,6 +18,14 @@ std::string argument_text(CallKind kind, std::uint64_t word) {
 }
 
 }  // namespace
+
+std::optional<CallKind> call_named(std::string_view name) {
+  const auto found = std::ranges::find(call_shapes, name, &CallShape::name);
+  if (found == call_shapes.end()) {
+    return std::nullopt;
+  }
+  return static_cast<CallKind>(found - call_shapes.begin());
+}
 
 std::string call_text(const DeviceCall& call) {
   const CallShape& shape = shape_of(call.kind);

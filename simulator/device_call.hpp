@@ -1,18 +1,20 @@
-// One call on an open device as plain numbers, so that devices which only pass
-// calls on, write them down or look them up need no code per function. Reading
-// the stream is no such call. Values only; no threads.
+// The calls on a device: their names, and one call on an open device as plain
+// numbers, so that devices which only pass calls on, write them down or look
+// them up need no code per function. Values only; no threads.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace zelk::simulator {
 
-// The numbers are those of recording files and never change.
+// Every call that returns a status. The numbers of those that are made as a
+// DeviceCall are the ones of recording files and never change.
 enum class CallKind : std::uint32_t {
   identify = 0,
   load_calibration = 1,
@@ -30,10 +32,16 @@ enum class CallKind : std::uint32_t {
   disable_calibration_source = 13,
   start_stream_mode = 14,
   stop_stream_mode = 15,
+  // No DeviceCall: opening, in both ways, happens before there is a device, and
+  // reading the stream is a function of its own.
+  open = 16,
+  read_stream_bytes = 17,
 };
 
+inline constexpr std::size_t device_call_kinds = static_cast<std::size_t>(CallKind::open);
+
 struct CallShape {
-  std::string_view name;
+  std::string_view name;  // without "qx_" in front
   std::size_t arguments;  // words in
   std::size_t results;    // words out
   bool is_setting;        // lasts, and may change what streams afterwards
@@ -60,11 +68,17 @@ inline constexpr auto call_shapes = std::to_array<CallShape>({
     {"disable_calibration_source", 0, 0, true},
     {"start_stream_mode", 2, 0, false},
     {"stop_stream_mode", 1, 0, false},
+    {"open", 0, 0, false},
+    {"read_stream_bytes", 0, 0, false},
 });
+static_assert(static_cast<std::size_t>(CallKind::read_stream_bytes) + 1 == call_shapes.size());
 
 constexpr const CallShape& shape_of(CallKind kind) {
   return call_shapes[static_cast<std::size_t>(kind)];
 }
+
+// The call of this name; none when there is no such call.
+std::optional<CallKind> call_named(std::string_view name);
 
 struct DeviceCall {
   static constexpr std::size_t max_arguments = 4;

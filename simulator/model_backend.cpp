@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "simulator/call_records.hpp"
+#include "simulator/failure.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
@@ -24,7 +25,7 @@ PerChannel<T> channel_arguments(const DeviceCall& call) {
 
 }  // namespace
 
-// One case a function of the C interface.
+// One case per function of the C interface.
 qx_status ModelBackend::call(DeviceCall& call) {
   DeviceModel& model = *model_;
   const auto& in = call.arguments;
@@ -85,6 +86,9 @@ qx_status ModelBackend::call(DeviceCall& call) {
     case CallKind::stop_stream_mode:
       model.stop_stream(in[0] != 0);
       break;
+    case CallKind::open:
+    case CallKind::read_stream_bytes:
+      throw Failure(Status::internal_error, "no such call");
   }
   return 0;
 }

@@ -18,14 +18,6 @@ std::optional<Number> number_in(std::string_view text, Number lowest, Number hig
   return number && *number >= lowest && *number <= highest ? number : std::nullopt;
 }
 
-std::optional<Call> call_named(std::string_view name) {
-  const auto found = std::find(call_names.begin(), call_names.end(), name);
-  if (found == call_names.end()) {
-    return std::nullopt;
-  }
-  return static_cast<Call>(found - call_names.begin());
-}
-
 // Takes off what stands before the first `sign`, or everything.
 std::string take_until(std::string_view& text, char sign) {
   const std::size_t end = std::min(text.find(sign), text.size());
@@ -38,7 +30,7 @@ std::string take_until(std::string_view& text, char sign) {
 bool parse_place(std::string_view text, FailingCall& failing) {
   constexpr std::int64_t max_calls = 1'000'000'000;
   const std::size_t name_end = std::min(text.find_first_of("#@"), text.size());
-  const std::optional<Call> call = call_named(text.substr(0, name_end));
+  const std::optional<CallKind> call = call_named(text.substr(0, name_end));
   if (!call) {
     return false;
   }
@@ -47,7 +39,7 @@ bool parse_place(std::string_view text, FailingCall& failing) {
     return true;
   }
   // A device is opened once, and before any stream.
-  if (call == Call::open) {
+  if (call == CallKind::open) {
     return false;
   }
   const std::string_view when = text.substr(name_end + 1);

@@ -3,67 +3,20 @@
 // without a length never ends. Probabilities lie in [0, 1].
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "simulator/device_call.hpp"
 #include "simulator/reference_clock.hpp"
 
 namespace zelk::simulator {
 
 class PortQuery;
 
-// The calls on a device that return a status, and both ways of opening one.
-enum class Call : std::uint8_t {
-  open,
-  identify,
-  load_calibration,
-  get_reference_clock_status,
-  set_reference_clock,
-  set_tdl_active_masks,
-  get_tdl_active_masks,
-  set_dac_codes,
-  set_input_dead_time,
-  set_packed_delta_config,
-  set_stream_interface,
-  set_stream_channel_mask,
-  set_calibration_freq,
-  enable_calibration_source,
-  disable_calibration_source,
-  start_stream_mode,
-  stop_stream_mode,
-  read_stream_bytes,
-};
-
-// Their names, without "qx_" in front, in the order of Call.
-inline constexpr std::array<std::string_view, 18> call_names{
-    "open",
-    "identify",
-    "load_calibration",
-    "get_reference_clock_status",
-    "set_reference_clock",
-    "set_tdl_active_masks",
-    "get_tdl_active_masks",
-    "set_dac_codes",
-    "set_input_dead_time",
-    "set_packed_delta_config",
-    "set_stream_interface",
-    "set_stream_channel_mask",
-    "set_calibration_freq",
-    "enable_calibration_source",
-    "disable_calibration_source",
-    "start_stream_mode",
-    "stop_stream_mode",
-    "read_stream_bytes",
-};
-static_assert(static_cast<std::size_t>(Call::read_stream_bytes) + 1 == call_names.size());
-
 struct FailingCall {
-  Call call = Call::open;
+  CallKind call = CallKind::open;
   std::int32_t status = 0;             // never 0
   std::string last_error{};            // may be empty
   std::optional<std::int64_t> only{};  // the one call that fails, counted from 1

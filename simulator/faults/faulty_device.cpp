@@ -38,7 +38,7 @@ Failure nothing_arrived() {
 std::unique_ptr<DeviceModel> with_faults(std::unique_ptr<DeviceModel> device, const FaultPlan& plan,
                                          std::uint32_t seed) {
   for (const FailingCall& failing : plan.failing_calls) {
-    if (failing.call == Call::open) {
+    if (failing.call == CallKind::open) {
       throw failure_of(failing);
     }
   }
@@ -54,7 +54,7 @@ FaultyDevice::FaultyDevice(std::unique_ptr<DeviceModel> device, FaultPlan plan, 
     : device_(std::move(device)), plan_(std::move(plan)), seed_(seed) {}
 
 // Every call comes through here first.
-void FaultyDevice::enter(Call call) {
+void FaultyDevice::enter(CallKind call) {
   const std::int64_t number = ++calls_made_[static_cast<std::size_t>(call)];
   if (is_due(plan_.vanish_at_s)) {
     throw Failure(Status::unit_vanished, "nothing answers at its port any more");
@@ -67,7 +67,7 @@ void FaultyDevice::enter(Call call) {
   }
 }
 
-void FaultyDevice::enter_reference_call(Call call) {
+void FaultyDevice::enter_reference_call(CallKind call) {
   enter(call);
   if (plan_.reference_unavailable) {
     throw Failure(static_cast<Status>(*plan_.reference_unavailable),
@@ -98,74 +98,74 @@ qx_reference_clock FaultyDevice::with_losses(const qx_reference_clock& status) c
 }
 
 qx_identity FaultyDevice::identity() {
-  enter(Call::identify);
+  enter(CallKind::identify);
   return device_->identity();
 }
 
 void FaultyDevice::load_calibration(int flag) {
-  enter(Call::load_calibration);
+  enter(CallKind::load_calibration);
   device_->load_calibration(flag);
 }
 
 qx_reference_clock FaultyDevice::reference_clock() {
-  enter_reference_call(Call::get_reference_clock_status);
+  enter_reference_call(CallKind::get_reference_clock_status);
   return with_losses(device_->reference_clock());
 }
 
 qx_reference_clock FaultyDevice::set_reference_clock(std::uint32_t source, std::uint32_t signal) {
-  enter_reference_call(Call::set_reference_clock);
+  enter_reference_call(CallKind::set_reference_clock);
   return with_losses(device_->set_reference_clock(source, signal));
 }
 
 void FaultyDevice::set_delay_line_masks(
     std::span<const std::uint8_t, timing::channel_count> masks) {
-  enter(Call::set_tdl_active_masks);
+  enter(CallKind::set_tdl_active_masks);
   device_->set_delay_line_masks(masks);
 }
 
 DeviceModel::DelayLineMasks FaultyDevice::delay_line_masks() {
-  enter(Call::get_tdl_active_masks);
+  enter(CallKind::get_tdl_active_masks);
   return device_->delay_line_masks();
 }
 
 void FaultyDevice::set_threshold_codes(
     std::span<const std::uint16_t, timing::channel_count> codes) {
-  enter(Call::set_dac_codes);
+  enter(CallKind::set_dac_codes);
   device_->set_threshold_codes(codes);
 }
 
 std::int64_t FaultyDevice::set_dead_time(std::int64_t requested_ps) {
-  enter(Call::set_input_dead_time);
+  enter(CallKind::set_input_dead_time);
   return device_->set_dead_time(requested_ps);
 }
 
 PackedDeltaSettings FaultyDevice::set_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps) {
-  enter(Call::set_packed_delta_config);
+  enter(CallKind::set_packed_delta_config);
   return device_->set_packed_delta(bits, quantum_ps);
 }
 
 void FaultyDevice::set_stream_interface(std::uint32_t transport, std::uint32_t format) {
-  enter(Call::set_stream_interface);
+  enter(CallKind::set_stream_interface);
   device_->set_stream_interface(transport, format);
 }
 
 void FaultyDevice::set_channel_mask(std::uint8_t mask) {
-  enter(Call::set_stream_channel_mask);
+  enter(CallKind::set_stream_channel_mask);
   device_->set_channel_mask(mask);
 }
 
 std::uint32_t FaultyDevice::set_calibration_frequency(double frequency_hz) {
-  enter(Call::set_calibration_freq);
+  enter(CallKind::set_calibration_freq);
   return device_->set_calibration_frequency(frequency_hz);
 }
 
 void FaultyDevice::enable_calibration_source(bool enabled) {
-  enter(enabled ? Call::enable_calibration_source : Call::disable_calibration_source);
+  enter(enabled ? CallKind::enable_calibration_source : CallKind::disable_calibration_source);
   device_->enable_calibration_source(enabled);
 }
 
 void FaultyDevice::start_stream(std::uint32_t mode, std::uint32_t flags) {
-  enter(Call::start_stream_mode);
+  enter(CallKind::start_stream_mode);
   device_->start_stream(mode, flags);
   started_ = Clock::now();
   streaming_ = true;
@@ -179,13 +179,13 @@ void FaultyDevice::start_stream(std::uint32_t mode, std::uint32_t flags) {
 }
 
 void FaultyDevice::stop_stream(bool flag) {
-  enter(Call::stop_stream_mode);
+  enter(CallKind::stop_stream_mode);
   device_->stop_stream(flag);
   streaming_ = false;
 }
 
 std::size_t FaultyDevice::read_stream(std::span<std::uint8_t> buffer, milliseconds timeout) {
-  enter(Call::read_stream_bytes);
+  enter(CallKind::read_stream_bytes);
   if (!streaming_ || buffer.empty()) {
     return device_->read_stream(buffer, timeout);
   }

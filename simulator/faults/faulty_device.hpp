@@ -51,8 +51,8 @@ class FaultyDevice final : public DeviceModel {
  private:
   using Clock = std::chrono::steady_clock;
 
-  void enter(Call call);
-  void enter_reference_call(Call call);
+  void enter(CallKind call);
+  void enter_reference_call(CallKind call);
   [[nodiscard]] qx_reference_clock with_losses(const qx_reference_clock& status) const;
   [[nodiscard]] bool is_due(const std::optional<double>& at_s) const;
   [[nodiscard]] bool is_in(const FaultWindow& window) const;
@@ -64,7 +64,7 @@ class FaultyDevice final : public DeviceModel {
   std::unique_ptr<DeviceModel> device_;
   FaultPlan plan_;
   std::uint32_t seed_;
-  std::array<std::int64_t, call_names.size()> calls_made_{};
+  std::array<std::int64_t, call_shapes.size()> calls_made_{};
   std::optional<Clock::time_point> started_;  // the last start of a stream
   bool streaming_ = false;
 

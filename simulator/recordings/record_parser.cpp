@@ -85,7 +85,7 @@ RecordedCall call(Fields& fields) {
   RecordedCall call;
   call.time_ns = fields.u64();
   const std::uint32_t kind = fields.u32();
-  fields.require(kind < call_shapes.size());
+  fields.require(kind < device_call_kinds);
   if (!fields.is_good()) {
     return call;
   }

@@ -39,7 +39,7 @@ class ReplayDevice final : public DeviceBackend {
 
  private:
   using Index = std::size_t;  // of a recorded call
-  using IndexPerKind = std::array<std::optional<Index>, call_shapes.size()>;
+  using IndexPerKind = std::array<std::optional<Index>, device_call_kinds>;
 
   [[nodiscard]] Index next_start(Index from) const;
   [[nodiscard]] std::optional<Index> find(const DeviceCall& call) const;

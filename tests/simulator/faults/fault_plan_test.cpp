@@ -36,42 +36,42 @@ TEST(FaultPlan, EveryPortTakesFaults) {
 
 TEST(FaultPlan, CallFailsWithAStatusAndMaybeAText) {
   EXPECT_EQ(only_failing_call("identify:-7"),
-            (FailingCall{.call = Call::identify, .status = -7, .last_error = ""}));
+            (FailingCall{.call = CallKind::identify, .status = -7, .last_error = ""}));
   EXPECT_EQ(only_failing_call("identify:-7:"),
-            (FailingCall{.call = Call::identify, .status = -7, .last_error = ""}));
-  EXPECT_EQ(
-      only_failing_call("set_dac_codes:2147483647:DAC 3: no answer"),
-      (FailingCall{
-          .call = Call::set_dac_codes, .status = 2147483647, .last_error = "DAC 3: no answer"}));
+            (FailingCall{.call = CallKind::identify, .status = -7, .last_error = ""}));
+  EXPECT_EQ(only_failing_call("set_dac_codes:2147483647:DAC 3: no answer"),
+            (FailingCall{.call = CallKind::set_dac_codes,
+                         .status = 2147483647,
+                         .last_error = "DAC 3: no answer"}));
   EXPECT_EQ(only_failing_call("open:-2147483648").status, -2147483647 - 1);
 }
 
 TEST(FaultPlan, CallFailsOnceOrFromAMomentOn) {
   EXPECT_EQ(only_failing_call("read_stream_bytes#3:5"),
-            (FailingCall{.call = Call::read_stream_bytes, .status = 5, .only = 3}));
-  EXPECT_EQ(only_failing_call("stop_stream_mode@0.25:5:x"),
-            (FailingCall{
-                .call = Call::stop_stream_mode, .status = 5, .last_error = "x", .from_s = 0.25}));
+            (FailingCall{.call = CallKind::read_stream_bytes, .status = 5, .only = 3}));
+  EXPECT_EQ(
+      only_failing_call("stop_stream_mode@0.25:5:x"),
+      (FailingCall{
+          .call = CallKind::stop_stream_mode, .status = 5, .last_error = "x", .from_s = 0.25}));
 }
 
 TEST(FaultPlan, EveryCallThatReturnsAStatusHasItsName) {
-  for (std::size_t i = 0; i < call_names.size(); ++i) {
-    EXPECT_EQ(only_failing_call(std::string(call_names[i]) + ":1").call, static_cast<Call>(i));
+  for (std::size_t i = 0; i < call_shapes.size(); ++i) {
+    EXPECT_EQ(only_failing_call(std::string(call_shapes[i].name) + ":1").call,
+              static_cast<CallKind>(i));
   }
-  EXPECT_EQ(call_names[static_cast<std::size_t>(Call::open)], "open");
-  EXPECT_EQ(call_names[static_cast<std::size_t>(Call::set_stream_channel_mask)],
-            "set_stream_channel_mask");
-  EXPECT_EQ(call_names[static_cast<std::size_t>(Call::disable_calibration_source)],
-            "disable_calibration_source");
+  EXPECT_EQ(shape_of(CallKind::open).name, "open");
+  EXPECT_EQ(shape_of(CallKind::set_stream_channel_mask).name, "set_stream_channel_mask");
+  EXPECT_EQ(shape_of(CallKind::disable_calibration_source).name, "disable_calibration_source");
 }
 
 TEST(FaultPlan, FailingCallsAreJoinedByCommas) {
   const FaultPlan plan = plan_of("fail=identify:1:a,load_calibration#2:-3,identify:2");
   EXPECT_THAT(
       plan.failing_calls,
-      testing::ElementsAre(FailingCall{.call = Call::identify, .status = 1, .last_error = "a"},
-                           FailingCall{.call = Call::load_calibration, .status = -3, .only = 2},
-                           FailingCall{.call = Call::identify, .status = 2}));
+      testing::ElementsAre(FailingCall{.call = CallKind::identify, .status = 1, .last_error = "a"},
+                           FailingCall{.call = CallKind::load_calibration, .status = -3, .only = 2},
+                           FailingCall{.call = CallKind::identify, .status = 2}));
 }
 
 TEST(FaultPlan, WrittenOutSignsBelongToTheText) {

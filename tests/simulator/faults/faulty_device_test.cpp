@@ -113,30 +113,31 @@ struct Bench {
   std::unique_ptr<DeviceModel> device;
 };
 
-// Every call on an open device, in the order of Call.
-std::vector<std::pair<Call, std::function<void(DeviceModel&)>>> every_call() {
+// Every call on an open device.
+std::vector<std::pair<CallKind, std::function<void(DeviceModel&)>>> every_call() {
   static constexpr std::array<std::uint8_t, 4> masks{};
   static constexpr std::array<std::uint16_t, 4> codes{};
   static Bytes buffer(8);
   return {
-      {Call::identify, [](DeviceModel& d) { d.identity(); }},
-      {Call::load_calibration, [](DeviceModel& d) { d.load_calibration(1); }},
-      {Call::get_reference_clock_status, [](DeviceModel& d) { d.reference_clock(); }},
-      {Call::set_reference_clock, [](DeviceModel& d) { d.set_reference_clock(1, 0); }},
-      {Call::set_tdl_active_masks, [](DeviceModel& d) { d.set_delay_line_masks(masks); }},
-      {Call::get_tdl_active_masks, [](DeviceModel& d) { d.delay_line_masks(); }},
-      {Call::set_dac_codes, [](DeviceModel& d) { d.set_threshold_codes(codes); }},
-      {Call::set_input_dead_time, [](DeviceModel& d) { d.set_dead_time(0); }},
-      {Call::set_packed_delta_config, [](DeviceModel& d) { d.set_packed_delta(16, 8); }},
-      {Call::set_stream_interface, [](DeviceModel& d) { d.set_stream_interface(1, 0); }},
-      {Call::set_stream_channel_mask, [](DeviceModel& d) { d.set_channel_mask(15); }},
-      {Call::set_calibration_freq, [](DeviceModel& d) { d.set_calibration_frequency(1e4); }},
-      {Call::enable_calibration_source, [](DeviceModel& d) { d.enable_calibration_source(true); }},
-      {Call::disable_calibration_source,
+      {CallKind::identify, [](DeviceModel& d) { d.identity(); }},
+      {CallKind::load_calibration, [](DeviceModel& d) { d.load_calibration(1); }},
+      {CallKind::get_reference_clock_status, [](DeviceModel& d) { d.reference_clock(); }},
+      {CallKind::set_reference_clock, [](DeviceModel& d) { d.set_reference_clock(1, 0); }},
+      {CallKind::set_tdl_active_masks, [](DeviceModel& d) { d.set_delay_line_masks(masks); }},
+      {CallKind::get_tdl_active_masks, [](DeviceModel& d) { d.delay_line_masks(); }},
+      {CallKind::set_dac_codes, [](DeviceModel& d) { d.set_threshold_codes(codes); }},
+      {CallKind::set_input_dead_time, [](DeviceModel& d) { d.set_dead_time(0); }},
+      {CallKind::set_packed_delta_config, [](DeviceModel& d) { d.set_packed_delta(16, 8); }},
+      {CallKind::set_stream_interface, [](DeviceModel& d) { d.set_stream_interface(1, 0); }},
+      {CallKind::set_stream_channel_mask, [](DeviceModel& d) { d.set_channel_mask(15); }},
+      {CallKind::set_calibration_freq, [](DeviceModel& d) { d.set_calibration_frequency(1e4); }},
+      {CallKind::enable_calibration_source,
+       [](DeviceModel& d) { d.enable_calibration_source(true); }},
+      {CallKind::disable_calibration_source,
        [](DeviceModel& d) { d.enable_calibration_source(false); }},
-      {Call::start_stream_mode, [](DeviceModel& d) { d.start_stream(1, 0); }},
-      {Call::read_stream_bytes, [](DeviceModel& d) { d.read_stream(buffer, 0ms); }},
-      {Call::stop_stream_mode, [](DeviceModel& d) { d.stop_stream(true); }},
+      {CallKind::start_stream_mode, [](DeviceModel& d) { d.start_stream(1, 0); }},
+      {CallKind::read_stream_bytes, [](DeviceModel& d) { d.read_stream(buffer, 0ms); }},
+      {CallKind::stop_stream_mode, [](DeviceModel& d) { d.stop_stream(true); }},
   };
 }
 
@@ -157,7 +158,7 @@ TEST(FaultyDevice, StandsInFrontOnlyWhenSomethingGoesWrong) {
 
 TEST(FaultyDevice, EveryCallFailsWhenAskedToAndNoOther) {
   for (const auto& [failing, unused] : every_call()) {
-    const std::string name(call_names[static_cast<std::size_t>(failing)]);
+    const std::string name(shape_of(failing).name);
     SCOPED_TRACE(name);
     const Bench bench("fail=" + name + ":-77:state 0x17");
     for (const auto& [call, make] : every_call()) {

@@ -207,7 +207,9 @@ TEST_F(RecordingFileTest, RefusesImpossibleContents) {
       {5, {}},                                                              // too short
       {5, Payload().u64(1).u32(0).bytes},                                   // too long
       {5, Payload().u64(std::uint64_t{1} << 62).bytes},                     // beyond all time
-      {1, Payload().u64(1).u32(16).success().bytes},                        // unknown call
+      {1, Payload().u64(1).u32(16).success().bytes},                        // no call of a device
+      {1, Payload().u64(1).u32(17).success().bytes},                        // reading is none
+      {1, Payload().u64(1).u32(18).success().bytes},                        // unknown call
       {1, Payload().u64(1).u32(10).success().bytes},                        // argument missing
       {1, Payload().u64(1).u32(12).u32(0).text("x").null().bytes},          // success with a text
       {1, Payload().u64(1).u32(12).u32(1).null().null().bytes},             // failure without
@@ -243,7 +245,7 @@ void play(const std::string& path) {
   ReplayDevice device({.recording = path, .pace = Pace::as_read, .cut_short_allowed = true});
   std::vector<std::uint8_t> buffer(64);
   for (int round = 0; round < 3; ++round) {
-    for (std::uint32_t kind = 0; kind < call_shapes.size(); ++kind) {
+    for (std::uint32_t kind = 0; kind < device_call_kinds; ++kind) {
       DeviceCall call{.kind = static_cast<CallKind>(kind)};
       if (call.kind == CallKind::set_stream_channel_mask) {
         call.arguments[0] = 5;
