@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "simulator/failure.hpp"
+#include "simulator/ports/device_port.hpp"
 #include "simulator/ports/number_text.hpp"
-#include "simulator/unit/device_port.hpp"
 #include "simulator/unit/unit.hpp"
 
 namespace zelk::simulator {

@@ -2,7 +2,7 @@
 
 #include "simulator/failure.hpp"
 #include "simulator/faults/faulty_device.hpp"
-#include "simulator/unit/device_port.hpp"
+#include "simulator/ports/device_port.hpp"
 #include "simulator/unit/unit.hpp"
 
 namespace zelk::simulator {

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "simulator/device_model.hpp"
-#include "simulator/faults/fault_plan.hpp"
 #include "simulator/faults/stream_damage.hpp"
+#include "simulator/ports/fault_plan.hpp"
 #include "simulator/waiting_bytes.hpp"
 
 namespace zelk::simulator {

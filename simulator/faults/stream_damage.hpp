@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "simulator/faults/fault_plan.hpp"
+#include "simulator/ports/fault_plan.hpp"
 #include "simulator/signals/random_numbers.hpp"
 
 namespace zelk::simulator {

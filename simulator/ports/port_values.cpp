@@ -1,6 +1,7 @@
 #include "simulator/ports/port_values.hpp"
 
 #include <algorithm>
+#include <array>
 
 #include "simulator/ports/number_text.hpp"
 
@@ -134,9 +135,9 @@ std::optional<double> take_optional_number(PortQuery& query, std::size_t row) {
   return text ? std::optional(number_in_range<double>(*text, row)) : std::nullopt;
 }
 
-std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query, std::size_t row) {
+ChannelNumbers take_channel_numbers(PortQuery& query, std::size_t row) {
   const std::string text = taken_or_default(query, row);
-  std::array<double, timing::channel_count> numbers{};
+  ChannelNumbers numbers{};
   if (text.find(',') == text.npos) {
     numbers.fill(number_in_range<double>(text, row));
     return numbers;
@@ -152,6 +153,12 @@ std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query,
     rest.remove_prefix(is_last ? rest.size() : comma + 1);
   }
   return numbers;
+}
+
+Pace take_pace(PortQuery& query) {
+  return take_choice<Pace>(query, key_row("pace"),
+                           {{"real", Pace::real_time}, {"max", Pace::as_read}})
+      .value();
 }
 
 void expect_all_taken(const PortQuery& query) {

@@ -3,17 +3,18 @@
 // of range, and one for standing behind a port that does not take it.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "simulator/failure.hpp"
 #include "simulator/ports/port_keys.hpp"
 #include "simulator/ports/port_query.hpp"
-#include "timing/time_tag.hpp"
+#include "simulator/settings.hpp"
 
 namespace zelk::simulator {
 
@@ -29,7 +30,27 @@ std::optional<std::string> take_words(PortQuery& query, std::size_t row);
 std::int64_t take_whole(PortQuery& query, std::size_t row);
 double take_number(PortQuery& query, std::size_t row);
 std::optional<double> take_optional_number(PortQuery& query, std::size_t row);  // no default
-std::array<double, timing::channel_count> take_channel_numbers(PortQuery& query, std::size_t row);
+ChannelNumbers take_channel_numbers(PortQuery& query, std::size_t row);
+
+Pace take_pace(PortQuery& query);
+
+// The value that the key's word stands for; none when the key is not there and
+// has no default.
+template <typename Value>
+std::optional<Value> take_choice(
+    PortQuery& query, std::size_t row,
+    std::initializer_list<std::pair<std::string_view, Value>> choices) {
+  const std::optional<std::string> word = take_words(query, row);
+  if (!word) {
+    return std::nullopt;
+  }
+  for (const auto& [name, value] : choices) {
+    if (*word == name) {
+      return value;
+    }
+  }
+  throw bad_value(row, *word);
+}
 
 // To be called after the last key was taken: throws Failure for one that is
 // left, which is either unknown or not for the port.

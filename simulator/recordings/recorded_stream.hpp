@@ -10,8 +10,8 @@
 #include <span>
 #include <vector>
 
-#include "simulator/ports/pace.hpp"
 #include "simulator/recordings/recording_file.hpp"
+#include "simulator/settings.hpp"
 #include "simulator/waiting_bytes.hpp"
 
 namespace zelk::simulator {

@@ -16,17 +16,11 @@
 #include <string>
 
 #include "simulator/device_backend.hpp"
-#include "simulator/ports/pace.hpp"
+#include "simulator/ports/recording_ports.hpp"
 #include "simulator/recordings/recorded_stream.hpp"
 #include "simulator/recordings/recording_file.hpp"
 
 namespace zelk::simulator {
-
-struct ReplayPort {
-  std::string recording;  // path of the file to play
-  Pace pace = Pace::real_time;
-  bool cut_short_allowed = false;
-};
 
 class ReplayDevice final : public DeviceBackend {
  public:

@@ -16,16 +16,11 @@
 #include <string>
 
 #include "simulator/device_backend.hpp"
+#include "simulator/ports/recording_ports.hpp"
 #include "simulator/recordings/loaded_library.hpp"
 #include "simulator/recordings/recording_writer.hpp"
 
 namespace zelk::simulator {
-
-struct TapPort {
-  std::string recording;  // path of the file to write
-  std::string library;    // path of the real device library
-  std::string port;       // the real device's
-};
 
 class TapDevice final : public DeviceBackend {
  public:

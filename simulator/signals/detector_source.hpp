@@ -4,31 +4,16 @@
 // the detector's amplitude, and may be followed by an afterpulse.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "simulator/settings.hpp"
 #include "simulator/signals/event_queue.hpp"
 #include "simulator/signals/random_numbers.hpp"
 #include "simulator/signals/signal_source.hpp"
-#include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
-
-struct DetectorSettings {
-  // Per channel. A detector with an amplitude of 0 is dead.
-  std::array<double, timing::channel_count> amplitude_v{input_pulse_v, input_pulse_v, input_pulse_v,
-                                                        input_pulse_v};
-  std::array<double, timing::channel_count> efficiency{1, 1, 1, 1};  // 0 to 1
-
-  // Of all of them.
-  std::int64_t dead_time_ps = 0;
-  double afterpulse_probability = 0;  // of each pulse, afterpulses included; below 1
-  double afterpulse_tau_ps = 50e3;    // mean time of an afterpulse after its pulse
-
-  friend bool operator==(const DetectorSettings&, const DetectorSettings&) = default;
-};
 
 class DetectorSource final : public SignalSource {
  public:

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "simulator/settings.hpp"
+
 namespace zelk::simulator {
 
 // One pulse at an input. Times count from the start of the stream and lie in
@@ -18,9 +20,6 @@ struct Event {
 // Streams end here, after some 26 days, far enough from the ends of the 64-bit
 // range that sums of two times stay inside it.
 inline constexpr std::int64_t end_of_time_ps = std::int64_t{1} << 61;
-
-// Amplitude of a pulse at the external inputs.
-inline constexpr double input_pulse_v = 2.5;
 
 class SignalSource {
  public:

@@ -10,16 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "simulator/settings.hpp"
+
 namespace zelk::simulator {
-
-struct LinkSettings {
-  std::int64_t fifo_bytes = 65'536;
-  std::int64_t rate_bytes_per_s = 40'000'000;  // at most 10^9
-  std::int64_t host_buffer_bytes = 4'194'304;
-  bool short_reads = false;  // reads of awkward sizes
-
-  friend bool operator==(const LinkSettings&, const LinkSettings&) = default;
-};
 
 class Link {
  public:

@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "simulator/signals/burst_source.hpp"
+#include "simulator/signals/detector_source.hpp"
 #include "simulator/signals/merged_source.hpp"
+#include "simulator/signals/pair_source.hpp"
 #include "simulator/signals/pulse_source.hpp"
 #include "simulator/signals/random_source.hpp"
 #include "simulator/unit/full_link.hpp"

@@ -5,9 +5,9 @@
 #include <memory>
 
 #include "simulator/device_model.hpp"
+#include "simulator/ports/device_port.hpp"
 #include "simulator/signals/signal_source.hpp"
 #include "simulator/signals/tag_file.hpp"
-#include "simulator/unit/device_port.hpp"
 #include "simulator/unit/time_base.hpp"
 #include "timing/time_tag.hpp"
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "simulator/ports/pace.hpp"
+#include "simulator/settings.hpp"
 #include "simulator/signals/signal_source.hpp"
 
 namespace zelk::simulator {

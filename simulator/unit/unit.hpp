@@ -12,8 +12,8 @@
 #include <span>
 
 #include "simulator/device_model.hpp"
+#include "simulator/ports/device_port.hpp"
 #include "simulator/reference_clock.hpp"
-#include "simulator/unit/device_port.hpp"
 #include "simulator/unit/front_end.hpp"
 #include "simulator/unit/scenario.hpp"
 #include "simulator/unit/stream_session.hpp"

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/unit/device_port.hpp"
+#include "simulator/ports/device_port.hpp"
 #include "tests/simulator/expect_failure.hpp"
 
 namespace zelk::simulator {

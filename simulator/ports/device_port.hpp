@@ -3,17 +3,12 @@
 // signals of a scenario.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-#include "simulator/faults/fault_plan.hpp"
-#include "simulator/ports/pace.hpp"
-#include "simulator/signals/detector_source.hpp"
-#include "simulator/signals/pair_source.hpp"
-#include "simulator/unit/link.hpp"
-#include "timing/time_tag.hpp"
+#include "simulator/ports/fault_plan.hpp"
+#include "simulator/settings.hpp"
 
 namespace zelk::simulator {
 
@@ -30,8 +25,6 @@ enum class ScenarioKind {
   burst,         // trains at the highest rate that the link carries
   silent,        // nothing
 };
-
-using ChannelNumbers = std::array<double, timing::channel_count>;
 
 // A unit as its keys describe it; the keys' rows say what the numbers mean.
 struct DevicePort {

@@ -1,4 +1,4 @@
-#include "simulator/unit/device_port.hpp"
+#include "simulator/ports/device_port.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "simulator/faults/fault_plan.hpp"
+#include "simulator/ports/fault_plan.hpp"
 
 #include <algorithm>
 
@@ -94,32 +94,8 @@ FaultWindow take_window(PortQuery& query, std::size_t at_row, std::size_t for_ro
 }
 
 std::optional<std::int32_t> take_reference_unavailable(PortQuery& query) {
-  constexpr std::size_t row = key_row("reference_unavailable");
-  const std::optional<std::string> text = take_words(query, row);
-  if (!text) {
-    return std::nullopt;
-  }
-  for (const Status status : {Status::timed_out, Status::not_supported, Status::not_available}) {
-    if (*text == std::to_string(static_cast<std::int32_t>(status))) {
-      return static_cast<std::int32_t>(status);
-    }
-  }
-  throw bad_value(row, *text);
-}
-
-ExternalReference take_external_reference(PortQuery& query) {
-  constexpr std::size_t row = key_row("external_reference");
-  const std::string text = take_words(query, row).value();
-  if (text == "unlocked") {
-    return ExternalReference::unlocked;
-  }
-  if (text == "locked") {
-    return ExternalReference::locked;
-  }
-  if (text != "none") {
-    throw bad_value(row, text);
-  }
-  return ExternalReference::none;
+  return take_choice<std::int32_t>(query, key_row("reference_unavailable"),
+                                   {{"-3", -3}, {"-4", -4}, {"-7", -7}});
 }
 
 }  // namespace
@@ -145,7 +121,12 @@ FaultPlan take_fault_plan(PortQuery& query) {
   plan.zeros_at_s = take_optional_number(query, key_row("zeros_at_s"));
   plan.ones_at_s = take_optional_number(query, key_row("ones_at_s"));
   plan.reference_unavailable = take_reference_unavailable(query);
-  plan.external_reference = take_external_reference(query);
+  plan.external_reference =
+      take_choice<ExternalReference>(query, key_row("external_reference"),
+                                     {{"none", ExternalReference::none},
+                                      {"unlocked", ExternalReference::unlocked},
+                                      {"locked", ExternalReference::locked}})
+          .value();
   plan.reference_lost_at_s = take_optional_number(query, key_row("reference_lost_at_s"));
   return plan;
 }

@@ -1,13 +1,13 @@
-#include "simulator/faults/fault_plan.hpp"
+#include "simulator/ports/fault_plan.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "simulator/ports/device_port.hpp"
 #include "simulator/ports/port_query.hpp"
 #include "simulator/ports/port_values.hpp"
-#include "simulator/unit/device_port.hpp"
 #include "tests/simulator/expect_failure.hpp"
 
 namespace zelk::simulator {

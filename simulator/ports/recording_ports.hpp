@@ -1,0 +1,30 @@
+// What the ports of taps and replays ask for: "tap://FILE?library=PATH&port=PORT"
+// and "replay://FILE?key=value&key=value".
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "simulator/settings.hpp"
+
+namespace zelk::simulator {
+
+struct TapPort {
+  std::string recording;  // path of the file to write
+  std::string library;    // path of the real device library
+  std::string port;       // the real device's
+};
+
+struct ReplayPort {
+  std::string recording;  // path of the file to play
+  Pace pace = Pace::real_time;
+  bool cut_short_allowed = false;
+};
+
+// None when `port` is not a tap's, or not a replay's. Throw Failure when it is,
+// but asks for nothing sensible.
+std::optional<TapPort> parse_tap_port(std::string_view port);
+std::optional<ReplayPort> parse_replay_port(std::string_view port);
+
+}  // namespace zelk::simulator
