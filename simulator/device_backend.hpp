@@ -7,9 +7,21 @@
 #include <span>
 
 #include "simulator/device_call.hpp"
+#include "simulator/failure.hpp"
 #include "timing/c_api/zelk_timing.h"
 
 namespace zelk::simulator {
+
+// The refusals of a read that all but a tap have in common.
+inline constexpr const char* no_data_text = "read_stream_bytes: no data within the time-out";
+
+inline Failure nothing_arrived() {
+  return {Status::timed_out, no_data_text};
+}
+
+inline Failure not_streaming() {
+  return {Status::not_streaming, "read_stream_bytes: start a stream first"};
+}
 
 class DeviceBackend {
  public:

@@ -1,10 +1,12 @@
 #include "simulator/open_backend.hpp"
 
-#include "simulator/model_backend.hpp"
-#include "simulator/open_device_model.hpp"
+#include "simulator/failure.hpp"
+#include "simulator/faults/faulty_device.hpp"
+#include "simulator/ports/device_port.hpp"
 #include "simulator/ports/recording_ports.hpp"
 #include "simulator/recordings/replay_device.hpp"
 #include "simulator/recordings/tap_device.hpp"
+#include "simulator/unit/unit.hpp"
 
 namespace zelk::simulator {
 
@@ -15,7 +17,11 @@ std::unique_ptr<DeviceBackend> open_backend(std::string_view port, std::optional
   if (const std::optional<ReplayPort> replay = parse_replay_port(port)) {
     return std::make_unique<ReplayDevice>(*replay);
   }
-  return std::make_unique<ModelBackend>(open_device_model(port, rate));
+  if (rate && *rate <= 0) {
+    throw Failure(Status::invalid_argument, "the line rate must be above 0");
+  }
+  const DevicePort unit = parse_device_port(port);
+  return with_faults(std::make_unique<Unit>(unit), unit.faults, unit.seed);
 }
 
 }  // namespace zelk::simulator

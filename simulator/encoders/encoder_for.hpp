@@ -4,11 +4,16 @@
 #include <cstdint>
 #include <memory>
 
-#include "simulator/device_model.hpp"
 #include "simulator/encoders/stream_encoder.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
+
+// Parameters of the packed_delta format.
+struct PackedDeltaSettings {
+  std::uint8_t bits = 16;
+  std::uint16_t quantum_ps = 8;
+};
 
 // A fresh encoder for a stream of `format` in `mode`: raw64 has its coarse and
 // fine layout in the internal mode. `packed_delta` and `start_bits`, the number

@@ -4,6 +4,7 @@
 #include <thread>
 #include <utility>
 
+#include "simulator/call_records.hpp"
 #include "simulator/failure.hpp"
 
 namespace zelk::simulator {
@@ -19,12 +20,18 @@ constexpr milliseconds empty_read{1};
 // where every bit is drawn for, more would hold a read well beyond its time-out.
 constexpr std::size_t max_piece_bytes = std::size_t{1} << 15;
 
+bool is_reference_call(CallKind call) {
+  return call == CallKind::get_reference_clock_status || call == CallKind::set_reference_clock;
+}
+
 Failure failure_of(const FailingCall& failing) {
   return {static_cast<Status>(failing.status), failing.last_error};
 }
 
-Failure nothing_arrived() {
-  return {Status::timed_out, "read_stream_bytes: no data within the time-out"};
+// What is left of a read's time-out.
+int ms_until(std::chrono::steady_clock::time_point deadline) {
+  const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(std::max<milliseconds::rep>(left.count(), 0));
 }
 
 [[noreturn]] void hang() {
@@ -35,13 +42,17 @@ Failure nothing_arrived() {
 
 }  // namespace
 
-std::unique_ptr<DeviceModel> with_faults(std::unique_ptr<DeviceModel> device, const FaultPlan& plan,
-                                         std::uint32_t seed) {
+void expect_opening(const FaultPlan& plan) {
   for (const FailingCall& failing : plan.failing_calls) {
     if (failing.call == CallKind::open) {
       throw failure_of(failing);
     }
   }
+}
+
+std::unique_ptr<DeviceBackend> with_faults(std::unique_ptr<DeviceBackend> device,
+                                           const FaultPlan& plan, std::uint32_t seed) {
+  expect_opening(plan);
   // What is connected to the reference input is the healthy device's business.
   const FaultPlan no_faults{.external_reference = plan.external_reference};
   if (plan == no_faults) {
@@ -50,7 +61,8 @@ std::unique_ptr<DeviceModel> with_faults(std::unique_ptr<DeviceModel> device, co
   return std::make_unique<FaultyDevice>(std::move(device), plan, seed);
 }
 
-FaultyDevice::FaultyDevice(std::unique_ptr<DeviceModel> device, FaultPlan plan, std::uint32_t seed)
+FaultyDevice::FaultyDevice(std::unique_ptr<DeviceBackend> device, FaultPlan plan,
+                           std::uint32_t seed)
     : device_(std::move(device)), plan_(std::move(plan)), seed_(seed) {}
 
 // Every call comes through here first.
@@ -65,11 +77,7 @@ void FaultyDevice::enter(CallKind call) {
       throw failure_of(failing);
     }
   }
-}
-
-void FaultyDevice::enter_reference_call(CallKind call) {
-  enter(call);
-  if (plan_.reference_unavailable) {
+  if (is_reference_call(call) && plan_.reference_unavailable) {
     throw Failure(static_cast<Status>(*plan_.reference_unavailable),
                   "the reference clock of this unit cannot be controlled");
   }
@@ -93,80 +101,24 @@ FaultyDevice::Clock::time_point FaultyDevice::end_of(const FaultWindow& window) 
   return *started_ + std::chrono::ceil<Clock::duration>(from_start);
 }
 
-qx_reference_clock FaultyDevice::with_losses(const qx_reference_clock& status) const {
-  return is_due(plan_.reference_lost_at_s) ? after_loss_of_external(status) : status;
+qx_status FaultyDevice::call(DeviceCall& call) {
+  enter(call.kind);
+  answered_itself_ = false;
+  const qx_status status = device_->call(call);
+  if (status != 0) {
+    return status;
+  }
+  if (call.kind == CallKind::start_stream_mode) {
+    begin_stream();
+  } else if (call.kind == CallKind::stop_stream_mode) {
+    streaming_ = false;
+  } else if (is_reference_call(call.kind) && is_due(plan_.reference_lost_at_s)) {
+    clock_to_words(after_loss_of_external(clock_from_words(call.results)), call.results);
+  }
+  return status;
 }
 
-qx_identity FaultyDevice::identity() {
-  enter(CallKind::identify);
-  return device_->identity();
-}
-
-void FaultyDevice::load_calibration(int flag) {
-  enter(CallKind::load_calibration);
-  device_->load_calibration(flag);
-}
-
-qx_reference_clock FaultyDevice::reference_clock() {
-  enter_reference_call(CallKind::get_reference_clock_status);
-  return with_losses(device_->reference_clock());
-}
-
-qx_reference_clock FaultyDevice::set_reference_clock(std::uint32_t source, std::uint32_t signal) {
-  enter_reference_call(CallKind::set_reference_clock);
-  return with_losses(device_->set_reference_clock(source, signal));
-}
-
-void FaultyDevice::set_delay_line_masks(
-    std::span<const std::uint8_t, timing::channel_count> masks) {
-  enter(CallKind::set_tdl_active_masks);
-  device_->set_delay_line_masks(masks);
-}
-
-DeviceModel::DelayLineMasks FaultyDevice::delay_line_masks() {
-  enter(CallKind::get_tdl_active_masks);
-  return device_->delay_line_masks();
-}
-
-void FaultyDevice::set_threshold_codes(
-    std::span<const std::uint16_t, timing::channel_count> codes) {
-  enter(CallKind::set_dac_codes);
-  device_->set_threshold_codes(codes);
-}
-
-std::int64_t FaultyDevice::set_dead_time(std::int64_t requested_ps) {
-  enter(CallKind::set_input_dead_time);
-  return device_->set_dead_time(requested_ps);
-}
-
-PackedDeltaSettings FaultyDevice::set_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps) {
-  enter(CallKind::set_packed_delta_config);
-  return device_->set_packed_delta(bits, quantum_ps);
-}
-
-void FaultyDevice::set_stream_interface(std::uint32_t transport, std::uint32_t format) {
-  enter(CallKind::set_stream_interface);
-  device_->set_stream_interface(transport, format);
-}
-
-void FaultyDevice::set_channel_mask(std::uint8_t mask) {
-  enter(CallKind::set_stream_channel_mask);
-  device_->set_channel_mask(mask);
-}
-
-std::uint32_t FaultyDevice::set_calibration_frequency(double frequency_hz) {
-  enter(CallKind::set_calibration_freq);
-  return device_->set_calibration_frequency(frequency_hz);
-}
-
-void FaultyDevice::enable_calibration_source(bool enabled) {
-  enter(enabled ? CallKind::enable_calibration_source : CallKind::disable_calibration_source);
-  device_->enable_calibration_source(enabled);
-}
-
-void FaultyDevice::start_stream(std::uint32_t mode, std::uint32_t flags) {
-  enter(CallKind::start_stream_mode);
-  device_->start_stream(mode, flags);
+void FaultyDevice::begin_stream() {
   started_ = Clock::now();
   streaming_ = true;
   damage_.reset();
@@ -178,34 +130,34 @@ void FaultyDevice::start_stream(std::uint32_t mode, std::uint32_t flags) {
   damaged_.replace();
 }
 
-void FaultyDevice::stop_stream(bool flag) {
-  enter(CallKind::stop_stream_mode);
-  device_->stop_stream(flag);
-  streaming_ = false;
-}
-
-std::size_t FaultyDevice::read_stream(std::span<std::uint8_t> buffer, milliseconds timeout) {
+qx_status FaultyDevice::read(std::span<std::uint8_t> buffer, std::size_t& received,
+                             int timeout_ms) {
+  received = 0;
   enter(CallKind::read_stream_bytes);
+  answered_itself_ = false;
   if (!streaming_ || buffer.empty()) {
-    return device_->read_stream(buffer, timeout);
+    return device_->read(buffer, received, timeout_ms);
   }
-  const Clock::time_point deadline = Clock::now() + timeout;
+  const Clock::time_point deadline = Clock::now() + milliseconds(std::max(timeout_ms, 0));
   if (is_due(plan_.hang_at_s)) {
     hang();
   }
-  wait_while_silent(deadline);
+  if (is_in(plan_.silent)) {
+    sit_out_silence(deadline);
+    timeout_ms = ms_until(deadline);
+  }
   if (is_in(plan_.empty)) {
     std::this_thread::sleep_for(empty_read);
+    answered_itself_ = true;
     return 0;
   }
-  return read_damaged(buffer, deadline);
+  return damage_ ? read_damaged(buffer, received, timeout_ms, deadline)
+                 : device_->read(buffer, received, timeout_ms);
 }
 
-// Throws Failure when the silence outlasts the time-out.
-void FaultyDevice::wait_while_silent(Clock::time_point deadline) const {
-  if (!is_in(plan_.silent)) {
-    return;
-  }
+// To be called inside the silence only. Throws Failure when that outlasts the
+// time-out.
+void FaultyDevice::sit_out_silence(Clock::time_point deadline) const {
   const Clock::time_point end = end_of(plan_.silent);
   std::this_thread::sleep_until(std::min(deadline, end));
   if (deadline <= end) {
@@ -213,24 +165,32 @@ void FaultyDevice::wait_while_silent(Clock::time_point deadline) const {
   }
 }
 
-// The stream may lose every byte of a piece, and the next one, and so on.
-std::size_t FaultyDevice::read_damaged(std::span<std::uint8_t> buffer, Clock::time_point deadline) {
-  const auto time_left = [deadline] {
-    return std::max(std::chrono::ceil<milliseconds>(deadline - Clock::now()), milliseconds{0});
-  };
-  if (!damage_) {
-    return device_->read_stream(buffer, time_left());
-  }
+// The stream may lose every byte of a piece, and the next one, and so on. What
+// the healthy device answers when it brings nothing is the answer here, too.
+qx_status FaultyDevice::read_damaged(std::span<std::uint8_t> buffer, std::size_t& received,
+                                     int timeout_ms, Clock::time_point deadline) {
   while (damaged_.empty()) {
     healthy_.resize(std::min(buffer.size(), max_piece_bytes));
-    const std::size_t count = device_->read_stream(healthy_, time_left());
+    std::size_t count = 0;
+    const qx_status status = device_->read(healthy_, count, timeout_ms);
     begin_due_damage();
-    damage_->apply(std::span(healthy_).first(count), damaged_.tail());
+    damage_->apply(std::span(healthy_).first(std::min(count, healthy_.size())), damaged_.tail());
+    if (status != 0 || count == 0) {
+      received = damaged_.hand_over(buffer);
+      return status;
+    }
     if (damaged_.empty() && Clock::now() >= deadline) {
       throw nothing_arrived();
     }
+    timeout_ms = ms_until(deadline);
   }
-  return damaged_.hand_over(buffer);
+  answered_itself_ = true;
+  received = damaged_.hand_over(buffer);
+  return 0;
+}
+
+const char* FaultyDevice::last_error() const noexcept {
+  return answered_itself_ ? "" : device_->last_error();
 }
 
 // Of two stuck lines the one that was stuck later is what the host sees.

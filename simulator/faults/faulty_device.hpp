@@ -1,7 +1,7 @@
 // A device on which things go wrong as planned. Stands in front of the healthy
-// device, which it owns, and is used by the same one thread at a time. A fault
-// takes hold with the first call after its moment; a call that is under way is
-// not touched.
+// device, whichever it is, owns it, and is used by the same one thread at a
+// time. A fault takes hold with the first call after its moment; a call that is
+// under way is not touched.
 #pragma once
 
 #include <array>
@@ -11,62 +11,51 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
-#include "simulator/device_model.hpp"
+#include "simulator/device_backend.hpp"
 #include "simulator/faults/stream_damage.hpp"
 #include "simulator/ports/fault_plan.hpp"
 #include "simulator/waiting_bytes.hpp"
 
 namespace zelk::simulator {
 
+// Throws Failure when the opening of a device is to fail.
+void expect_opening(const FaultPlan& plan);
+
 // `device` itself when nothing is to go wrong with it. Throws Failure when its
 // opening is to fail.
-std::unique_ptr<DeviceModel> with_faults(std::unique_ptr<DeviceModel> device, const FaultPlan& plan,
-                                         std::uint32_t seed);
+std::unique_ptr<DeviceBackend> with_faults(std::unique_ptr<DeviceBackend> device,
+                                           const FaultPlan& plan, std::uint32_t seed);
 
-class FaultyDevice final : public DeviceModel {
+class FaultyDevice final : public DeviceBackend {
  public:
-  FaultyDevice(std::unique_ptr<DeviceModel> device, FaultPlan plan, std::uint32_t seed);
+  FaultyDevice(std::unique_ptr<DeviceBackend> device, FaultPlan plan, std::uint32_t seed);
 
-  qx_identity identity() override;
-  void load_calibration(int flag) override;
-  qx_reference_clock reference_clock() override;
-  qx_reference_clock set_reference_clock(std::uint32_t source, std::uint32_t signal) override;
-  void set_delay_line_masks(std::span<const std::uint8_t, timing::channel_count> masks) override;
-  DelayLineMasks delay_line_masks() override;
-  void set_threshold_codes(std::span<const std::uint16_t, timing::channel_count> codes) override;
-  std::int64_t set_dead_time(std::int64_t requested_ps) override;
-  PackedDeltaSettings set_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps) override;
-  void set_stream_interface(std::uint32_t transport, std::uint32_t format) override;
-  void set_channel_mask(std::uint8_t mask) override;
-  std::uint32_t set_calibration_frequency(double frequency_hz) override;
-  void enable_calibration_source(bool enabled) override;
-  void start_stream(std::uint32_t mode, std::uint32_t flags) override;
-  void stop_stream(bool flag) override;
-  std::size_t read_stream(std::span<std::uint8_t> buffer,
-                          std::chrono::milliseconds timeout) override;
+  qx_status call(DeviceCall& call) override;
+  qx_status read(std::span<std::uint8_t> buffer, std::size_t& received, int timeout_ms) override;
+  [[nodiscard]] const char* last_error() const noexcept override;
 
  private:
   using Clock = std::chrono::steady_clock;
 
   void enter(CallKind call);
-  void enter_reference_call(CallKind call);
-  [[nodiscard]] qx_reference_clock with_losses(const qx_reference_clock& status) const;
+  void begin_stream();
   [[nodiscard]] bool is_due(const std::optional<double>& at_s) const;
   [[nodiscard]] bool is_in(const FaultWindow& window) const;
   [[nodiscard]] Clock::time_point end_of(const FaultWindow& window) const;
-  void wait_while_silent(Clock::time_point deadline) const;
-  std::size_t read_damaged(std::span<std::uint8_t> buffer, Clock::time_point deadline);
+  void sit_out_silence(Clock::time_point deadline) const;
+  qx_status read_damaged(std::span<std::uint8_t> buffer, std::size_t& received, int timeout_ms,
+                         Clock::time_point deadline);
   void begin_due_damage();
 
-  std::unique_ptr<DeviceModel> device_;
+  std::unique_ptr<DeviceBackend> device_;
   FaultPlan plan_;
   std::uint32_t seed_;
   std::array<std::int64_t, call_shapes.size()> calls_made_{};
   std::optional<Clock::time_point> started_;  // the last start of a stream
   bool streaming_ = false;
+  bool answered_itself_ = false;  // the device had no part in the last answer
 
   // Of the stream that runs.
   std::optional<StreamDamage> damage_;     // none: its bytes are left alone

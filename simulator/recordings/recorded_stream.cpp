@@ -5,7 +5,7 @@
 #include <utility>
 #include <variant>
 
-#include "simulator/failure.hpp"
+#include "simulator/device_backend.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -17,8 +17,7 @@ bool ends_stream(const RecordedCall& call) {
 }
 
 RecordedAnswer own_time_out() {
-  return {.status = static_cast<std::int32_t>(Status::timed_out),
-          .last_error = "read_stream_bytes: no data within the time-out"};
+  return {.status = static_cast<std::int32_t>(Status::timed_out), .last_error = no_data_text};
 }
 
 }  // namespace

@@ -145,7 +145,7 @@ qx_status ReplayDevice::read(std::span<std::uint8_t> buffer, std::size_t& receiv
                              int timeout_ms) {
   received = 0;
   if (!stream_) {
-    throw Failure(Status::not_streaming, "read_stream_bytes: start a stream first");
+    throw not_streaming();
   }
   return answer(
       stream_->read(buffer, received, std::chrono::milliseconds(std::max(timeout_ms, 0))));

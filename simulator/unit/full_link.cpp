@@ -7,7 +7,6 @@
 #include <memory>
 #include <vector>
 
-#include "simulator/encoders/encoder_for.hpp"
 #include "simulator/unit/stream_clock.hpp"
 
 namespace zelk::simulator {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "simulator/device_model.hpp"
+#include "simulator/encoders/encoder_for.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "simulator/device_model.hpp"
+#include "simulator/encoders/encoder_for.hpp"
 #include "simulator/ports/device_port.hpp"
 #include "simulator/signals/signal_source.hpp"
 #include "simulator/signals/tag_file.hpp"

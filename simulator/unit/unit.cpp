@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -9,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/encoders/encoder_for.hpp"
+#include "simulator/call_records.hpp"
 #include "simulator/failure.hpp"
 #include "simulator/signals/calibration_source.hpp"
 #include "simulator/signals/merged_source.hpp"
@@ -56,6 +57,10 @@ std::string number(std::uint32_t value) {
   return std::to_string(value);
 }
 
+std::uint32_t low_word(std::uint64_t word) {
+  return static_cast<std::uint32_t>(word);
+}
+
 }  // namespace
 
 qx_identity unit_identity(const DevicePort& port) {
@@ -81,42 +86,82 @@ Unit::Unit(DevicePort port)
   front_end_.seed = port_.seed;
 }
 
-void Unit::expect_idle(const char* request) const {
-  if (session_) {
-    throw Failure(Status::busy, std::string(request) + ": stop the stream first");
+// Settings are not taken while a stream runs, and neither is another start.
+void Unit::expect_idle(CallKind request) const {
+  const CallShape& shape = shape_of(request);
+  if (session_ && (shape.is_setting || request == CallKind::start_stream_mode)) {
+    throw Failure(Status::busy, std::string(shape.name) + ": stop the stream first");
   }
 }
 
-void Unit::load_calibration(int /*flag*/) {
-  expect_idle("load_calibration");
-}
-
-qx_reference_clock Unit::set_reference_clock(std::uint32_t source, std::uint32_t signal) {
-  expect_idle("set_reference_clock");
-  reference_clock_.request(source, signal);
-  return reference_clock_.status();
-}
-
-void Unit::set_delay_line_masks(std::span<const std::uint8_t, timing::channel_count> masks) {
-  expect_idle("set_tdl_active_masks");
-  std::transform(
-      masks.begin(), masks.end(), front_end_.delay_line_masks.begin(),
-      [](std::uint8_t mask) { return static_cast<std::uint8_t>(mask & all_delay_lines_mask); });
-}
-
-void Unit::set_threshold_codes(std::span<const std::uint16_t, timing::channel_count> codes) {
-  expect_idle("set_dac_codes");
-  std::copy(codes.begin(), codes.end(), front_end_.threshold_codes.begin());
-}
-
-std::int64_t Unit::set_dead_time(std::int64_t requested_ps) {
-  expect_idle("set_input_dead_time");
-  front_end_.dead_time_ps = applied_dead_time_ps(requested_ps);
-  return front_end_.dead_time_ps;
+// One case per function of the C interface.
+qx_status Unit::call(DeviceCall& call) {
+  const auto& in = call.arguments;
+  auto& out = call.results;
+  expect_idle(call.kind);
+  switch (call.kind) {
+    case CallKind::identify:
+      identity_to_words(unit_identity(port_), out);
+      return 0;
+    case CallKind::load_calibration:
+      return 0;  // the unit is always calibrated
+    case CallKind::get_reference_clock_status:
+      clock_to_words(reference_clock_.status(), out);
+      return 0;
+    case CallKind::set_reference_clock:
+      reference_clock_.request(low_word(in[0]), low_word(in[1]));
+      clock_to_words(reference_clock_.status(), out);
+      return 0;
+    case CallKind::set_tdl_active_masks:
+      from_words(in, timing::channel_count, front_end_.delay_line_masks.data());
+      for (std::uint8_t& mask : front_end_.delay_line_masks) {
+        mask = static_cast<std::uint8_t>(mask & all_delay_lines_mask);
+      }
+      return 0;
+    case CallKind::get_tdl_active_masks:
+      to_words(front_end_.delay_line_masks.data(), timing::channel_count, out);
+      return 0;
+    case CallKind::set_dac_codes:
+      from_words(in, timing::channel_count, front_end_.threshold_codes.data());
+      return 0;
+    case CallKind::set_input_dead_time:
+      front_end_.dead_time_ps = applied_dead_time_ps(static_cast<std::int64_t>(in[0]));
+      out[0] = static_cast<std::uint64_t>(front_end_.dead_time_ps);
+      return 0;
+    case CallKind::set_packed_delta_config:
+      packed_delta_ = accepted_packed_delta(static_cast<std::uint8_t>(in[0]),
+                                            static_cast<std::uint16_t>(in[1]));
+      out[0] = packed_delta_.bits;
+      out[1] = packed_delta_.quantum_ps;
+      return 0;
+    case CallKind::set_stream_interface:
+      set_stream_interface(low_word(in[0]), low_word(in[1]));
+      return 0;
+    case CallKind::set_stream_channel_mask:
+      set_channel_mask(static_cast<std::uint8_t>(in[0]));
+      return 0;
+    case CallKind::set_calibration_freq:
+      calibration_divider_ = calibration_divider(std::bit_cast<double>(in[0]));
+      out[0] = calibration_divider_;
+      return 0;
+    case CallKind::enable_calibration_source:
+    case CallKind::disable_calibration_source:
+      calibration_enabled_ = call.kind == CallKind::enable_calibration_source;
+      return 0;
+    case CallKind::start_stream_mode:
+      start_stream(low_word(in[0]), low_word(in[1]));
+      return 0;
+    case CallKind::stop_stream_mode:
+      session_.reset();
+      return 0;
+    case CallKind::open:
+    case CallKind::read_stream_bytes:
+      break;
+  }
+  throw Failure(Status::internal_error, "no such call");
 }
 
 void Unit::set_channel_mask(std::uint8_t mask) {
-  expect_idle("set_stream_channel_mask");
   if ((mask & ~all_channels_mask) != 0) {
     throw Failure(Status::out_of_range,
                   "channel mask " + number(mask) + ": only bits 0 to 3 are channels");
@@ -125,7 +170,6 @@ void Unit::set_channel_mask(std::uint8_t mask) {
 }
 
 void Unit::set_stream_interface(std::uint32_t transport, std::uint32_t format) {
-  expect_idle("set_stream_interface");
   if (transport == transport_uart) {
     throw Failure(Status::not_supported, "transport 0 (uart): this unit streams over usb only");
   }
@@ -138,23 +182,6 @@ void Unit::set_stream_interface(std::uint32_t transport, std::uint32_t format) {
                   "format " + number(format) + ": 0 raw64, 1 delta32 or 2 packed_delta");
   }
   format_ = static_cast<timing::Format>(format);
-}
-
-PackedDeltaSettings Unit::set_packed_delta(std::uint8_t bits, std::uint16_t quantum_ps) {
-  expect_idle("set_packed_delta_config");
-  packed_delta_ = accepted_packed_delta(bits, quantum_ps);
-  return packed_delta_;
-}
-
-std::uint32_t Unit::set_calibration_frequency(double frequency_hz) {
-  expect_idle("set_calibration_freq");
-  calibration_divider_ = calibration_divider(frequency_hz);
-  return calibration_divider_;
-}
-
-void Unit::enable_calibration_source(bool enabled) {
-  expect_idle(enabled ? "enable_calibration_source" : "disable_calibration_source");
-  calibration_enabled_ = enabled;
 }
 
 // The calibration pulses come from the unit's own clock, which gains nothing
@@ -178,7 +205,6 @@ Signal Unit::signal_for(timing::StreamMode mode) const {
 }
 
 void Unit::start_stream(std::uint32_t mode, std::uint32_t flags) {
-  expect_idle("start_stream_mode");
   if (mode > static_cast<std::uint32_t>(timing::StreamMode::external)) {
     throw Failure(Status::out_of_range,
                   "stream mode " + number(mode) + ": 0 internal or 1 external");
@@ -192,15 +218,16 @@ void Unit::start_stream(std::uint32_t mode, std::uint32_t flags) {
                    stream_seed(port_.seed, RandomPurpose::read_sizes));
 }
 
-std::size_t Unit::read_stream(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout) {
+qx_status Unit::read(std::span<std::uint8_t> buffer, std::size_t& received, int timeout_ms) {
+  received = 0;
   if (!session_) {
-    throw Failure(Status::not_streaming, "read_stream_bytes: start a stream first");
+    throw not_streaming();
   }
-  const std::size_t received = session_->read(buffer, timeout);
+  received = session_->read(buffer, std::chrono::milliseconds(std::max(timeout_ms, 0)));
   if (received == 0 && !buffer.empty()) {
-    throw Failure(Status::timed_out, "read_stream_bytes: no data within the time-out");
+    throw nothing_arrived();
   }
-  return received;
+  return 0;
 }
 
 }  // namespace zelk::simulator

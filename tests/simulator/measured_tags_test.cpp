@@ -8,7 +8,7 @@
 #include <string>
 
 #include "simulator/failure.hpp"
-#include "simulator/unit/unit.hpp"
+#include "tests/simulator/device_client.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {
@@ -44,7 +44,7 @@ std::string port_of(const std::string& path) {
   return port;
 }
 
-std::vector<TimeTag> seen_tags(Unit& unit, Format format) {
+std::vector<TimeTag> seen_tags(UnitClient& unit, Format format) {
   timing::StreamFileHeader header;
   header.format = format;
   header.mode = timing::StreamMode::external;
@@ -97,13 +97,13 @@ class MeasuredTags : public testing::Test {
 };
 
 TEST_F(MeasuredTags, AreSeenAsTheyWereRecorded) {
-  Unit unit(parse_device_port(port_));
+  UnitClient unit(parse_device_port(port_));
   EXPECT_TRUE(seen_tags(unit, Format::raw64) == tags_);
   EXPECT_TRUE(seen_tags(unit, Format::delta32) == tags_);
 }
 
 TEST_F(MeasuredTags, AreSeenInTicksInPackedDelta) {
-  Unit unit(parse_device_port(port_));
+  UnitClient unit(parse_device_port(port_));
   EXPECT_TRUE(seen_tags(unit, Format::packed_delta) == tags_in_ticks());
 }
 
@@ -112,7 +112,7 @@ TEST_F(MeasuredTags, AreSeenInTicksInPackedDelta) {
 // the second ones on is every tag sure to be seen.
 TEST_F(MeasuredTags, JoinedMidwayAreSeenFromTheNextSyncsOn) {
   const auto in_first_slot = [](const TimeTag& tag) { return tag.timestamp_ps < 10'000'000'000; };
-  Unit unit(parse_device_port(port_ + "&start_bits=7"));
+  UnitClient unit(parse_device_port(port_ + "&start_bits=7"));
   std::vector<TimeTag> seen = seen_tags(unit, Format::packed_delta);
   std::vector<TimeTag> expected = tags_in_ticks();
   for (const TimeTag& tag : seen) {

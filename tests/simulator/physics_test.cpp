@@ -145,7 +145,7 @@ TEST_P(Physics, DeadTimeOfTheDetectorTakesItsShareOfTheRate) {
 }
 
 TEST_P(Physics, DeadTimeOfTheUnitActsBehindTheDetectors) {
-  Unit unit(parse_device_port("sim://random?pace=max&rate_hz=1e6"));
+  UnitClient unit(parse_device_port("sim://random?pace=max&rate_hz=1e6"));
   unit.set_dead_time(333'300);
   start(unit, GetParam());
   timing::StreamDecoder decoder = decoder_for(GetParam());

@@ -44,7 +44,7 @@ TEST_P(Stream, ASeedNamesTheBytes) {
 }
 
 TEST_P(Stream, EveryStartOfAUnitGivesTheSameBytes) {
-  Unit unit(parse_device_port("sim://random?pace=max&afterpulse_percent=5"));
+  UnitClient unit(parse_device_port("sim://random?pace=max&afterpulse_percent=5"));
   Bytes first;
   for (int run = 0; run < 2; ++run) {
     start(unit, GetParam());
@@ -88,7 +88,7 @@ TEST_P(Stream, RunsAcrossTheWrapOfTheCoarseCounter) {
 }
 
 TEST_P(Stream, BurstsFillTheLinkAndPauseBetween) {
-  Unit unit(parse_device_port("sim://burst?pace=max&burst_us=20000&pause_us=30000"));
+  UnitClient unit(parse_device_port("sim://burst?pace=max&burst_us=20000&pause_us=30000"));
   start(unit, GetParam());
   const int bits = bits_per_tag(GetParam().format, {GetParam().bits, GetParam().quantum_ps});
   timing::StreamDecoder decoder = decoder_for(GetParam());
@@ -125,7 +125,7 @@ TEST_P(Stream, BurstsFillTheLinkAndPauseBetween) {
 // without a link: some tags are missing, all others are there.
 TEST_P(Stream, OverflowLosesWholeTagsAndTheRestIsDecoded) {
   const std::string port = "sim://random?seed=8&rate_hz=100000&fifo_bytes=4096";
-  Unit unit(parse_device_port(port + "&link_bytes_per_s=200000"));
+  UnitClient unit(parse_device_port(port + "&link_bytes_per_s=200000"));
   start(unit, GetParam());
   timing::StreamDecoder decoder = decoder_for(GetParam());
   std::vector<TimeTag> seen;
@@ -155,7 +155,7 @@ TEST_P(Stream, OverflowLosesWholeTagsAndTheRestIsDecoded) {
 TEST_P(Stream, AHostThatPausesLosesWhatTheBuffersCannotHold) {
   const std::string port =
       "sim://random?seed=9&rate_hz=25000&fifo_bytes=4096&host_buffer_bytes=8192";
-  Unit unit(parse_device_port(port));
+  UnitClient unit(parse_device_port(port));
   start(unit, GetParam());
   timing::StreamDecoder decoder = decoder_for(GetParam());
   std::this_thread::sleep_for(200ms);  // 20 000 tags
@@ -184,7 +184,7 @@ TEST_P(Stream, AsFastAsTheHostReadsNothingIsLost) {
 }
 
 TEST_P(Stream, ReadsAreWholePacketsUnlessLessIsThere) {
-  Unit unit(parse_device_port("sim://random?pace=max"));
+  UnitClient unit(parse_device_port("sim://random?pace=max"));
   start(unit, GetParam());
   using Sizes = std::pair<std::size_t, std::size_t>;
   for (const auto& [capacity, size] :
@@ -195,7 +195,7 @@ TEST_P(Stream, ReadsAreWholePacketsUnlessLessIsThere) {
 }
 
 TEST_P(Stream, RealTimeReadsAreWhatHasGathered) {
-  Unit unit(parse_device_port("sim://random?rate_hz=10000"));
+  UnitClient unit(parse_device_port("sim://random?rate_hz=10000"));
   start(unit, GetParam());
   std::this_thread::sleep_for(10ms);
   EXPECT_EQ(read_some(unit, 800, 5000ms).size(), 512U);  // of 400 tags or more
@@ -213,7 +213,7 @@ TEST_P(Stream, BytesInRealTimeDoNotDependOnTheReads) {
   std::array<Bytes, 2> streams;
   for (Bytes& bytes : streams) {
     const bool is_patient = &bytes != streams.data();
-    Unit unit(parse_device_port(port));
+    UnitClient unit(parse_device_port(port));
     start(unit, GetParam());
     while (bytes.size() < 2000) {
       std::this_thread::sleep_for(is_patient ? 37ms : 0ms);
@@ -228,7 +228,7 @@ TEST_P(Stream, BytesInRealTimeDoNotDependOnTheReads) {
 TEST_P(Stream, ShortReadsCutTheSameBytesAnywhere) {
   const std::string port = "sim://random?rate_hz=100000&pace=max";
   const Bytes whole = first_bytes(port, GetParam(), 200'000);
-  Unit unit(parse_device_port(port + "&short_reads=1"));
+  UnitClient unit(parse_device_port(port + "&short_reads=1"));
   start(unit, GetParam());
   Bytes bytes;
   std::set<std::size_t> sizes;

@@ -13,7 +13,7 @@
 
 #include "simulator/encoders/encoder_for.hpp"
 #include "simulator/failure.hpp"
-#include "simulator/unit/unit.hpp"
+#include "tests/simulator/device_client.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {
@@ -40,7 +40,7 @@ inline std::string wire_name(const testing::TestParamInfo<Wire>& info) {
   return info.param.name;
 }
 
-inline void start(Unit& unit, const Wire& wire) {
+inline void start(UnitClient& unit, const Wire& wire) {
   unit.set_stream_interface(1, static_cast<std::uint32_t>(wire.format));
   unit.set_packed_delta(wire.bits, wire.quantum_ps);
   if (wire.mode == timing::StreamMode::internal) {
@@ -51,7 +51,7 @@ inline void start(Unit& unit, const Wire& wire) {
 }
 
 // One read; empty when nothing arrived in time.
-inline std::vector<std::uint8_t> read_some(Unit& unit, std::size_t capacity,
+inline std::vector<std::uint8_t> read_some(UnitClient& unit, std::size_t capacity,
                                            std::chrono::milliseconds timeout) {
   std::vector<std::uint8_t> bytes(capacity);
   try {
@@ -78,7 +78,7 @@ inline timing::StreamDecoder decoder_for(const Wire& wire) {
 // The tags of a unit with pace=max, in stream order, before `end_ps`.
 inline std::vector<timing::TimeTag> tags_before(const std::string& port, const Wire& wire,
                                                 std::int64_t end_ps) {
-  Unit unit(parse_device_port(port));
+  UnitClient unit(parse_device_port(port));
   start(unit, wire);
   timing::StreamDecoder decoder = decoder_for(wire);
   std::vector<timing::TimeTag> tags;
@@ -117,7 +117,7 @@ inline ChannelTimes times_before(const std::string& port, const Wire& wire, std:
 // The first `size` bytes of a unit with pace=max, or all that there are.
 inline std::vector<std::uint8_t> first_bytes(const std::string& port, const Wire& wire,
                                              std::size_t size) {
-  Unit unit(parse_device_port(port));
+  UnitClient unit(parse_device_port(port));
   start(unit, wire);
   std::vector<std::uint8_t> bytes;
   while (bytes.size() < size) {

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "tests/simulator/device_client.hpp"
 #include "tests/simulator/expect_failure.hpp"
 #include "tests/simulator/packed_streams.hpp"
 #include "tests/simulator/round_trip.hpp"
@@ -26,7 +27,7 @@ constexpr std::uint32_t usb = 1;
 
 // Everything that arrives until a read of 20 ms stays empty, or until `wanted`
 // bytes are there.
-std::vector<std::uint8_t> read_bytes(Unit& unit, std::size_t wanted) {
+std::vector<std::uint8_t> read_bytes(UnitClient& unit, std::size_t wanted) {
   std::vector<std::uint8_t> bytes;
   std::vector<std::uint8_t> buffer(65536);
   while (bytes.size() < wanted) {
@@ -45,21 +46,22 @@ std::vector<std::uint8_t> read_bytes(Unit& unit, std::size_t wanted) {
 }
 
 TEST(Unit, HasAnIdentity) {
-  const qx_identity identity = Unit(parse_device_port("ftdi://")).identity();
+  const qx_identity identity = UnitClient(parse_device_port("ftdi://")).identity();
   EXPECT_STREQ(identity.serial, "ZK4-0001");
   EXPECT_STREQ(identity.device_text, "ZK4 four-channel TDC, simulated");
 }
 
 TEST(Unit, EveryScenarioHasASerialNumberOfItsOwn) {
-  std::set<std::string> serials{Unit(parse_device_port("ftdi://")).identity().serial, "SIM-TAGS"};
+  std::set<std::string> serials{UnitClient(parse_device_port("ftdi://")).identity().serial,
+                                "SIM-TAGS"};
   for (const char* const scenario : {"pulses", "random", "pairs", "burst", "silent"}) {
-    Unit unit(parse_device_port(std::string("sim://") + scenario));
+    UnitClient unit(parse_device_port(std::string("sim://") + scenario));
     EXPECT_TRUE(serials.insert(unit.identity().serial).second) << scenario;
   }
 }
 
 TEST(Unit, KeepsFiveDelayLineBitsAChannel) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   EXPECT_EQ(unit.delay_line_masks(), (std::array<std::uint8_t, 4>{0x1F, 0x1F, 0x1F, 0x1F}));
   unit.set_delay_line_masks(std::array<std::uint8_t, 4>{0x07, 0x00, 0xFF, 0x20});
   EXPECT_EQ(unit.delay_line_masks(), (std::array<std::uint8_t, 4>{0x07, 0x00, 0x1F, 0x00}));
@@ -84,7 +86,7 @@ TEST(Unit, AcceptsPackedDeltaParametersWithinItsLimits) {
 }
 
 TEST(Unit, RefusesStreamInterfacesThatItDoesNotHave) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   EXPECT_NE(
       failure_text(Status::not_supported, [&] { unit.set_stream_interface(0, 0); }).find("uart"),
       std::string::npos);
@@ -97,20 +99,20 @@ TEST(Unit, RefusesStreamInterfacesThatItDoesNotHave) {
 }
 
 TEST(Unit, RefusesChannelsThatItDoesNotHave) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   EXPECT_NE(failure_text(Status::out_of_range, [&] { unit.set_channel_mask(0x10); }).find("16"),
             std::string::npos);
 }
 
 TEST(Unit, RefusesUnknownStreamModesAndFlags) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   failure_text(Status::out_of_range, [&] { unit.start_stream(2, 0); });
   failure_text(Status::out_of_range, [&] { unit.start_stream(0, 1); });
   failure_text(Status::not_streaming, [&] { read_bytes(unit, 1); });
 }
 
 TEST(Unit, SettingsAreRefusedWhileStreamingAndTakenAfterIt) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   const std::array<std::uint8_t, 4> masks{};
   const std::array<std::uint16_t, 4> codes{};
   const std::vector<std::function<void()>> requests{
@@ -138,19 +140,19 @@ TEST(Unit, SettingsAreRefusedWhileStreamingAndTakenAfterIt) {
 }
 
 TEST(Unit, StopWithoutAStreamIsHarmless) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   EXPECT_NO_THROW(unit.stop_stream(true));
   failure_text(Status::not_streaming, [&] { read_bytes(unit, 1); });
 }
 
 TEST(Unit, InternalModeIsSilentWithoutTheCalibrationSource) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   unit.start_stream(internal_mode, 0);
   EXPECT_TRUE(read_bytes(unit, 1).empty());
 }
 
 TEST(Unit, InternalModeGivesCalibrationPulsesAtTheDividedClock) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   unit.set_stream_interface(usb, 1);
   EXPECT_EQ(unit.set_calibration_frequency(100e3), 3000U);
   unit.enable_calibration_source(true);
@@ -166,7 +168,7 @@ TEST(Unit, InternalModeGivesCalibrationPulsesAtTheDividedClock) {
 }
 
 TEST(Unit, PackedDeltaCarriesTheCalibrationPulses) {
-  Unit unit(parse_device_port("ftdi://?start_bits=1001"));
+  UnitClient unit(parse_device_port("ftdi://?start_bits=1001"));
   unit.set_stream_interface(usb, 2);
   unit.set_calibration_frequency(100e3);
   unit.enable_calibration_source(true);
@@ -188,7 +190,7 @@ TEST(Unit, PackedDeltaCarriesTheCalibrationPulses) {
 }
 
 TEST(Unit, AThresholdAboveThePulsesSilencesThem) {
-  Unit unit(parse_device_port("ftdi://"));
+  UnitClient unit(parse_device_port("ftdi://"));
   unit.set_threshold_codes(std::array<std::uint16_t, 4>{0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF});  // 4 V
   unit.enable_calibration_source(true);
   unit.start_stream(internal_mode, 0);
@@ -210,7 +212,7 @@ class RecordedUnit : public testing::Test {
 };
 
 TEST_F(RecordedUnit, EveryRunPlaysTheFileFromItsStart) {
-  Unit unit(parse_device_port(port()));
+  UnitClient unit(parse_device_port(port()));
   EXPECT_STREQ(unit.identity().serial, "SIM-TAGS");
   for (const Format format : {Format::raw64, Format::delta32, Format::raw64}) {
     unit.set_stream_interface(usb, static_cast<std::uint32_t>(format));
@@ -223,7 +225,7 @@ TEST_F(RecordedUnit, EveryRunPlaysTheFileFromItsStart) {
 }
 
 TEST_F(RecordedUnit, PackedDeltaHasTheAcceptedParameters) {
-  Unit unit(parse_device_port(port()));
+  UnitClient unit(parse_device_port(port()));
   unit.set_stream_interface(usb, 2);
   unit.start_stream(external_mode, 0);
   const TagList tags{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}};
@@ -235,7 +237,7 @@ TEST_F(RecordedUnit, PackedDeltaHasTheAcceptedParameters) {
 }
 
 TEST_F(RecordedUnit, BitsAreMissingAtTheStartOfEachPackedDeltaStreamOnly) {
-  Unit unit(parse_device_port(port() + "&start_bits=20"));
+  UnitClient unit(parse_device_port(port() + "&start_bits=20"));
   const TagList tags{{0, 700}, {1, 800}, {2, 900}, {3, 1000}, {0, 4000}, {0, 9000}};
   for (int run = 0; run < 2; ++run) {
     unit.set_stream_interface(usb, 2);
@@ -252,7 +254,7 @@ TEST_F(RecordedUnit, BitsAreMissingAtTheStartOfEachPackedDeltaStreamOnly) {
 }
 
 TEST_F(RecordedUnit, AStoppedStreamLeavesNothingForTheNext) {
-  Unit unit(parse_device_port(port()));
+  UnitClient unit(parse_device_port(port()));
   for (int run = 0; run < 2; ++run) {
     unit.start_stream(external_mode, 0);
     std::vector<std::uint8_t> buffer(8);
@@ -264,7 +266,7 @@ TEST_F(RecordedUnit, AStoppedStreamLeavesNothingForTheNext) {
 }
 
 TEST_F(RecordedUnit, SettingsShapeTheTags) {
-  Unit unit(parse_device_port(port()));
+  UnitClient unit(parse_device_port(port()));
   EXPECT_EQ(unit.set_dead_time(3334), 6666);
   unit.set_channel_mask(0x0B);
   unit.set_delay_line_masks(std::array<std::uint8_t, 4>{1, 0, 1, 1});
@@ -276,7 +278,7 @@ TEST_F(RecordedUnit, SettingsShapeTheTags) {
 }
 
 TEST_F(RecordedUnit, ExternalModeIgnoresTheCalibrationSource) {
-  Unit unit(parse_device_port(port()));
+  UnitClient unit(parse_device_port(port()));
   unit.enable_calibration_source(true);
   unit.start_stream(external_mode, 0);
   EXPECT_EQ(read_bytes(unit, 1000).size(), 6 * 8U);
