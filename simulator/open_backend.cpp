@@ -12,10 +12,11 @@ namespace zelk::simulator {
 
 std::unique_ptr<DeviceBackend> open_backend(std::string_view port, std::optional<int> rate) {
   if (const std::optional<TapPort> tap = parse_tap_port(port)) {
-    return std::make_unique<TapDevice>(*tap, rate);
+    expect_opening(tap->faults);  // or the tap would leave its file behind
+    return with_faults(std::make_unique<TapDevice>(*tap, rate), tap->faults, tap->seed);
   }
   if (const std::optional<ReplayPort> replay = parse_replay_port(port)) {
-    return std::make_unique<ReplayDevice>(*replay);
+    return with_faults(std::make_unique<ReplayDevice>(*replay), replay->faults, replay->seed);
   }
   if (rate && *rate <= 0) {
     throw Failure(Status::invalid_argument, "the line rate must be above 0");

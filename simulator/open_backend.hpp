@@ -10,7 +10,8 @@
 namespace zelk::simulator {
 
 // "tap://FILE?library=PATH&port=PORT" taps a real device, "replay://FILE"
-// plays a recording, every other port is a simulated unit's. `rate` is the
+// plays a recording, every other port is a simulated unit's. The faults that
+// the port asks for stand in front of any of them. `rate` is the
 // line rate that the host asked for, in bits per second, none when it left the
 // choice to the library; a recording ignores it. Throws Failure when that cannot be opened.
 std::unique_ptr<DeviceBackend> open_backend(std::string_view port, std::optional<int> rate);

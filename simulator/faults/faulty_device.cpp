@@ -6,6 +6,7 @@
 
 #include "simulator/call_records.hpp"
 #include "simulator/failure.hpp"
+#include "simulator/reference_clock.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -53,9 +54,7 @@ void expect_opening(const FaultPlan& plan) {
 std::unique_ptr<DeviceBackend> with_faults(std::unique_ptr<DeviceBackend> device,
                                            const FaultPlan& plan, std::uint32_t seed) {
   expect_opening(plan);
-  // What is connected to the reference input is the healthy device's business.
-  const FaultPlan no_faults{.external_reference = plan.external_reference};
-  if (plan == no_faults) {
+  if (plan == FaultPlan{}) {
     return device;
   }
   return std::make_unique<FaultyDevice>(std::move(device), plan, seed);

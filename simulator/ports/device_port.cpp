@@ -115,7 +115,7 @@ DevicePort parse_device_port(std::string_view port) {
   PortQuery query(port.substr(std::min(name_end + 1, port.size())));
   take_signal(query, parsed);
   parsed.pace = take_pace(query);
-  parsed.seed = static_cast<std::uint32_t>(take_whole(query, key_row("seed")));
+  parsed.seed = take_seed(query);
   parsed.background_hz = take_channel_numbers(query, key_row("background_hz"));
   take_detector(query, parsed.detector);
   parsed.drift_ppm = take_number(query, key_row("drift_ppm"));
@@ -124,6 +124,12 @@ DevicePort parse_device_port(std::string_view port) {
   take_link(query, parsed.link);
   parsed.start_bits = static_cast<std::uint32_t>(take_whole(query, key_row("start_bits")));
   parsed.faults = take_fault_plan(query);
+  parsed.external_reference =
+      take_choice<ExternalReference>(query, key_row("external_reference"),
+                                     {{"none", ExternalReference::none},
+                                      {"unlocked", ExternalReference::unlocked},
+                                      {"locked", ExternalReference::locked}})
+          .value();
   expect_all_taken(query);
   return parsed;
 }

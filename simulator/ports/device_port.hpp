@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "simulator/ports/fault_plan.hpp"
+#include "simulator/reference_clock.hpp"
 #include "simulator/settings.hpp"
 
 namespace zelk::simulator {
@@ -53,6 +54,7 @@ struct DevicePort {
 
   LinkSettings link;
   std::uint32_t start_bits = 0;  // missing at the front of each packed_delta stream
+  ExternalReference external_reference = ExternalReference::none;
   FaultPlan faults{};
 };
 

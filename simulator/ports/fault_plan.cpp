@@ -121,12 +121,6 @@ FaultPlan take_fault_plan(PortQuery& query) {
   plan.zeros_at_s = take_optional_number(query, key_row("zeros_at_s"));
   plan.ones_at_s = take_optional_number(query, key_row("ones_at_s"));
   plan.reference_unavailable = take_reference_unavailable(query);
-  plan.external_reference =
-      take_choice<ExternalReference>(query, key_row("external_reference"),
-                                     {{"none", ExternalReference::none},
-                                      {"unlocked", ExternalReference::unlocked},
-                                      {"locked", ExternalReference::locked}})
-          .value();
   plan.reference_lost_at_s = take_optional_number(query, key_row("reference_lost_at_s"));
   return plan;
 }

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "simulator/device_call.hpp"
-#include "simulator/reference_clock.hpp"
 
 namespace zelk::simulator {
 
@@ -56,7 +55,6 @@ struct FaultPlan {
   std::optional<double> ones_at_s{};
   std::optional<std::int32_t> reference_unavailable{};  // the status of its calls
   std::optional<double> reference_lost_at_s{};
-  ExternalReference external_reference = ExternalReference::none;
 
   // Whether the stream's bytes are touched.
   [[nodiscard]] bool damages_stream() const;

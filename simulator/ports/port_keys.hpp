@@ -28,6 +28,7 @@ inline constexpr std::uint32_t silent = 1U << 6;
 inline constexpr std::uint32_t every_unit = unit | tags | pulses | random | pairs | burst | silent;
 inline constexpr std::uint32_t tap = 1U << 7;
 inline constexpr std::uint32_t replay = 1U << 8;
+inline constexpr std::uint32_t every_device = every_unit | tap | replay;
 }  // namespace ports
 
 struct PortKey {
@@ -52,7 +53,7 @@ inline constexpr std::int64_t max_fault_s = 1'000'000;
 // length.
 constexpr PortKey fault_time(std::string_view name, std::string_view meaning) {
   return {.name = name,
-          .ports = ports::every_unit,
+          .ports = ports::every_device,
           .kind = KeyKind::number,
           .highest = max_fault_s,
           .unit = "s",
@@ -62,7 +63,7 @@ constexpr PortKey fault_time(std::string_view name, std::string_view meaning) {
 // The row of a probability of damage.
 constexpr PortKey fault_probability(std::string_view name, std::string_view meaning) {
   return {.name = name,
-          .ports = ports::every_unit,
+          .ports = ports::every_device,
           .kind = KeyKind::number,
           .highest = 1,
           .standard = "0",
@@ -181,7 +182,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .standard = "real",
      .meaning = "real: the stream comes in real time; max: as fast as the host reads"},
     {.name = "seed",
-     .ports = ports::every_unit,
+     .ports = ports::every_device,
      .kind = KeyKind::whole,
      .lowest = 0,
      .highest = 4294967295,
@@ -330,7 +331,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
 
     // Faults.
     {.name = "fail",
-     .ports = ports::every_unit,
+     .ports = ports::every_device,
      .kind = KeyKind::words,
      .unit = "CALL[#N|@SECONDS]:STATUS[:TEXT], or several of these joined by commas",
      .meaning = "calls that fail: always, the Nth time, or from a moment of the stream on"},
@@ -353,7 +354,7 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
     fault_time("zeros_at_s", "moment from which every byte is 0x00"),
     fault_time("ones_at_s", "moment from which every byte is 0xFF"),
     {.name = "reference_unavailable",
-     .ports = ports::every_unit,
+     .ports = ports::every_device,
      .kind = KeyKind::words,
      .unit = "-3, -4 or -7",
      .meaning = "status with which both reference clock calls fail; without this key they succeed"},

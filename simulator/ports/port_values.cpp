@@ -161,6 +161,10 @@ Pace take_pace(PortQuery& query) {
       .value();
 }
 
+std::uint32_t take_seed(PortQuery& query) {
+  return static_cast<std::uint32_t>(take_whole(query, key_row("seed")));
+}
+
 void expect_all_taken(const PortQuery& query) {
   const std::optional<std::string_view> left = query.first_left();
   if (!left) {

@@ -33,6 +33,7 @@ std::optional<double> take_optional_number(PortQuery& query, std::size_t row);  
 ChannelNumbers take_channel_numbers(PortQuery& query, std::size_t row);
 
 Pace take_pace(PortQuery& query);
+std::uint32_t take_seed(PortQuery& query);
 
 // The value that the key's word stands for; none when the key is not there and
 // has no default.

@@ -46,7 +46,9 @@ std::optional<TapPort> parse_tap_port(std::string_view port) {
   FileAndQuery parts(port.substr(tap_scheme.size()));
   TapPort parsed{.recording = std::move(parts.file),
                  .library = take_required(parts.query, key_row("library")),
-                 .port = take_required(parts.query, key_row("port"))};
+                 .port = take_required(parts.query, key_row("port")),
+                 .seed = take_seed(parts.query),
+                 .faults = take_fault_plan(parts.query)};
   expect_all_taken(parts.query);
   return parsed;
 }
@@ -58,7 +60,9 @@ std::optional<ReplayPort> parse_replay_port(std::string_view port) {
   FileAndQuery parts(port.substr(replay_scheme.size()));
   ReplayPort parsed{.recording = std::move(parts.file),
                     .pace = take_pace(parts.query),
-                    .cut_short_allowed = take_whole(parts.query, key_row("cut_short")) != 0};
+                    .cut_short_allowed = take_whole(parts.query, key_row("cut_short")) != 0,
+                    .seed = take_seed(parts.query),
+                    .faults = take_fault_plan(parts.query)};
   expect_all_taken(parts.query);
   return parsed;
 }

@@ -80,7 +80,7 @@ PackedDeltaSettings accepted_packed_delta(std::uint8_t bits, std::uint16_t quant
 Unit::Unit(DevicePort port)
     : port_(std::move(port)),
       scenario_(port_),
-      reference_clock_(port_.faults.external_reference),
+      reference_clock_(port_.external_reference),
       calibration_divider_(calibration_divider(default_calibration_hz)) {
   front_end_.bin_nonuniformity = port_.bin_nonuniformity;
   front_end_.seed = port_.seed;

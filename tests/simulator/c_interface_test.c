@@ -290,6 +290,28 @@ static void check_recorded_run(qx_device* device, uint8_t* bytes, size_t wanted)
   CHECK(says(device, "start a stream"));
 }
 
+/* A replay on which things go wrong. */
+static void check_faults_of_a_replay(const char* file, const uint8_t* recorded, size_t size) {
+  char port[4096];
+  uint8_t bytes[64];
+  qx_device* device = NULL;
+  const uint16_t codes[4] = {0, 0, 0, 0};
+  snprintf(port, sizeof port, "replay://%s?pace=max&flip_bits=1&fail=set_dac_codes#1:-7:DAC 2",
+           file);
+  CHECK(qx_open_serial(&device, port) == 0 && device != NULL);
+  CHECK(qx_set_dac_codes(device, codes) == -7 && says(device, "DAC 2"));
+  CHECK(strcmp(qx_status_string(-7), "not available on this unit") == 0);
+  CHECK(qx_set_dac_codes(device, codes) == -72 && says(device, "the recording has"));
+  check_recorded_run(device, bytes, size);
+  for (size_t i = 0; i < size; ++i) {
+    CHECK((bytes[i] ^ recorded[i]) == 0xFF);
+  }
+  qx_close(device);
+
+  snprintf(port, sizeof port, "replay://%s?fail=open:-321", file);
+  CHECK(qx_open_serial(&device, port) == -321 && device == NULL);
+}
+
 static void check_tap_and_replay(const char* library) {
   char directory[] = "/tmp/zelk-c-test-XXXXXX";
   char file[64];
@@ -318,6 +340,7 @@ static void check_tap_and_replay(const char* library) {
     CHECK(memcmp(recorded, played, sizeof played) == 0);
     qx_close(device);
   }
+  check_faults_of_a_replay(file, recorded, sizeof recorded);
   unlink(file);
   rmdir(directory);
 }

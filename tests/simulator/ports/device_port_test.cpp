@@ -134,6 +134,17 @@ TEST(DevicePort, EveryUnitTakesWhatIsAroundItsSignal) {
   }
 }
 
+TEST(DevicePort, ExternalReferenceIsAbsentUnlockedOrLocked) {
+  EXPECT_EQ(parse_device_port("ftdi://?external_reference=none").external_reference,
+            ExternalReference::none);
+  EXPECT_EQ(parse_device_port("ftdi://?external_reference=unlocked").external_reference,
+            ExternalReference::unlocked);
+  EXPECT_EQ(parse_device_port("ftdi://?external_reference=locked").external_reference,
+            ExternalReference::locked);
+  EXPECT_EQ(refusal("ftdi://?external_reference=Locked"),
+            "port key external_reference takes none, unlocked or locked");
+}
+
 // The defaults cost nothing: no detectors stand between the signal and the
 // unit, and the link is the one that the documentation states.
 TEST(DevicePort, DefaultsAreThoseOfTheParts) {

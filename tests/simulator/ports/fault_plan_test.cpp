@@ -176,13 +176,5 @@ TEST(FaultPlan, ReferenceClockIsUnavailableWithOneOfThreeStatuses) {
   }
 }
 
-TEST(FaultPlan, ExternalReferenceIsAbsentUnlockedOrLocked) {
-  EXPECT_EQ(plan_of("external_reference=none").external_reference, ExternalReference::none);
-  EXPECT_EQ(plan_of("external_reference=unlocked").external_reference, ExternalReference::unlocked);
-  EXPECT_EQ(plan_of("external_reference=locked").external_reference, ExternalReference::locked);
-  failure_text(bad_value(key_row("external_reference"), "").status(),
-               [] { plan_of("external_reference=Locked"); });
-}
-
 }  // namespace
 }  // namespace zelk::simulator

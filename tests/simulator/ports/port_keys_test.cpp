@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "simulator/ports/device_port.hpp"
+#include "simulator/ports/recording_ports.hpp"
 #include "tests/simulator/expect_failure.hpp"
 
 namespace zelk::simulator {
@@ -23,7 +24,8 @@ constexpr PortKind port_kinds[] = {
     {ports::unit, "ftdi://?"},        {ports::tags, "sim://tags?file=x"},
     {ports::pulses, "sim://pulses?"}, {ports::random, "sim://random?"},
     {ports::pairs, "sim://pairs?"},   {ports::burst, "sim://burst?"},
-    {ports::silent, "sim://silent?"},
+    {ports::silent, "sim://silent?"}, {ports::tap, "tap://x?library=x&port=x"},
+    {ports::replay, "replay://x?"},
 };
 
 std::string port_with(const PortKind& kind, std::string_view key, const std::string& value) {
@@ -38,7 +40,9 @@ std::string port_with(const PortKind& kind, std::string_view key, const std::str
 // The text of the status that refuses `port`; empty when it is taken.
 std::string refusal_of(const std::string& port) {
   try {
-    parse_device_port(port);
+    if (!parse_tap_port(port) && !parse_replay_port(port)) {
+      parse_device_port(port);
+    }
     return {};
   } catch (const Failure& failure) {
     return status_text(static_cast<std::int32_t>(failure.status()));
@@ -92,7 +96,7 @@ std::string value_for(const PortKey& key) {
 TEST(PortKeys, EveryPortTakesItsKeysAndNoOthers) {
   for (const PortKey& key : port_keys) {
     for (const PortKind& kind : port_kinds) {
-      if (key.name == "file" && kind.bit == ports::tags) {
+      if (std::string_view(kind.port).find(std::string(key.name) + '=') != std::string_view::npos) {
         continue;  // already there
       }
       const std::string port = port_with(kind, key.name, value_for(key));
