@@ -19,7 +19,7 @@ inline constexpr std::string_view default_unit_port = "ftdi://ZK4-0001";
 
 enum class ScenarioKind {
   default_unit,  // correlated pairs over random background
-  tags,          // recorded tags
+  tags,          // those of a file
   pulses,        // periodic pulses
   random,        // random events
   pairs,         // correlated pairs

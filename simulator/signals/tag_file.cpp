@@ -42,12 +42,12 @@ class LineParser {
   }
 
   // After the last line.
-  Recording finish() {
+  FileTags finish() {
     if (line_number_ == 0) {
       take({});
     }
-    recording_.shrink_to_fit();
-    return std::move(recording_);
+    tags_.shrink_to_fit();
+    return std::move(tags_);
   }
 
   // For the line after the last one taken.
@@ -86,10 +86,10 @@ class LineParser {
       fail(Status::tag_out_of_order, "is earlier than the tag before it");
     }
     last_ps_ = time;
-    recording_.emplace_back(static_cast<std::uint8_t>(channel), time);
+    tags_.emplace_back(static_cast<std::uint8_t>(channel), time);
   }
 
-  Recording recording_;
+  FileTags tags_;
   std::int64_t last_ps_ = 0;
   std::uint64_t line_number_ = 0;
   bool ended_ = false;
@@ -97,7 +97,7 @@ class LineParser {
 
 }  // namespace
 
-Recording read_tag_file(const std::string& path) {
+FileTags read_tag_file(const std::string& path) {
   const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rbe"));
   if (!file) {
     throw Failure(Status::cannot_open_tag_file, "cannot open " + path);
@@ -130,12 +130,12 @@ Recording read_tag_file(const std::string& path) {
 }
 
 // A round that would not be over by the end of time is not begun.
-bool RecordedSource::start_again() {
-  if (gap_ps_ == 0 || recording_->empty()) {
+bool TagFileSource::start_again() {
+  if (gap_ps_ == 0 || tags_->empty()) {
     return false;
   }
-  const std::int64_t last_ps = recording_->back().time_ps();
-  const std::int64_t round_ps = last_ps - recording_->front().time_ps() + gap_ps_;
+  const std::int64_t last_ps = tags_->back().time_ps();
+  const std::int64_t round_ps = last_ps - tags_->front().time_ps() + gap_ps_;
   if (round_ps >= end_of_time_ps - last_ps - shift_ps_) {
     return false;
   }

@@ -1,4 +1,4 @@
-// Recorded tags: a text file with the header line "channel,timestamp_ps" and
+// Tags from a file: a text file with the header line "channel,timestamp_ps" and
 // one tag per line, in time order, and the source that plays them.
 #pragma once
 
@@ -12,10 +12,10 @@
 
 namespace zelk::simulator {
 
-// A tag in one word, so that a long recording stays small.
-class RecordedTag {
+// A tag in one word, so that a long file stays small.
+class FileTag {
  public:
-  RecordedTag(std::uint8_t channel, std::int64_t time_ps)
+  FileTag(std::uint8_t channel, std::int64_t time_ps)
       : bits_(static_cast<std::uint64_t>(time_ps) << 2 | channel) {}
 
   [[nodiscard]] std::uint8_t channel() const { return static_cast<std::uint8_t>(bits_ & 3); }
@@ -25,30 +25,29 @@ class RecordedTag {
   std::uint64_t bits_;
 };
 
-using Recording = std::vector<RecordedTag>;
+using FileTags = std::vector<FileTag>;
 
 // Reads the whole file. Lines end in LF or CR LF; empty lines may end the file
 // and stand nowhere else. Times lie in [0, end_of_time_ps). Throws Failure
 // with the number of the line that is wrong.
-Recording read_tag_file(const std::string& path);
+FileTags read_tag_file(const std::string& path);
 
-// Plays a recording, which it shares with the unit that read it.
-class RecordedSource final : public SignalSource {
+// Plays the tags of a file, which it shares with the unit that read it.
+class TagFileSource final : public SignalSource {
  public:
   // Once.
-  explicit RecordedSource(std::shared_ptr<const Recording> recording)
-      : recording_(std::move(recording)) {}
+  explicit TagFileSource(std::shared_ptr<const FileTags> tags) : tags_(std::move(tags)) {}
 
   // Again and again: each round's first tag comes `gap_ps`, above 0, after the
   // last tag of the round before.
-  RecordedSource(std::shared_ptr<const Recording> recording, std::int64_t gap_ps)
-      : recording_(std::move(recording)), gap_ps_(gap_ps) {}
+  TagFileSource(std::shared_ptr<const FileTags> tags, std::int64_t gap_ps)
+      : tags_(std::move(tags)), gap_ps_(gap_ps) {}
 
   const Event* peek() override {
-    if (next_ == recording_->size() && !start_again()) {
+    if (next_ == tags_->size() && !start_again()) {
       return nullptr;
     }
-    const RecordedTag tag = (*recording_)[next_];
+    const FileTag tag = (*tags_)[next_];
     event_ = {shift_ps_ + tag.time_ps(), input_pulse_v, tag.channel()};
     return &event_;
   }
@@ -58,9 +57,9 @@ class RecordedSource final : public SignalSource {
  private:
   bool start_again();
 
-  std::shared_ptr<const Recording> recording_;
+  std::shared_ptr<const FileTags> tags_;
   std::int64_t gap_ps_ = 0;    // 0: once
-  std::int64_t shift_ps_ = 0;  // of this round against the recording
+  std::int64_t shift_ps_ = 0;  // of this round against the file
   std::size_t next_ = 0;
   Event event_;
 };

@@ -96,7 +96,7 @@ std::int64_t first_shown_ps(double before_wrap_ms) {
 
 Scenario::Scenario(const DevicePort& port) : port_(port) {
   if (port.scenario == ScenarioKind::tags) {
-    recording_ = std::make_shared<const Recording>(read_tag_file(port.tag_file));
+    tags_ = std::make_shared<const FileTags>(read_tag_file(port.tag_file));
   }
 }
 
@@ -108,8 +108,8 @@ std::unique_ptr<SignalSource> Scenario::light(const StreamShape& shape) const {
       add_default_signals(port_.seed, sources);
       break;
     case ScenarioKind::tags:
-      sources.push_back(port_.loop ? std::make_unique<RecordedSource>(recording_, port_.loop_gap_ps)
-                                   : std::make_unique<RecordedSource>(recording_));
+      sources.push_back(port_.loop ? std::make_unique<TagFileSource>(tags_, port_.loop_gap_ps)
+                                   : std::make_unique<TagFileSource>(tags_));
       break;
     case ScenarioKind::pulses:
       add_pulses(port_, sources);
@@ -134,8 +134,7 @@ std::unique_ptr<SignalSource> Scenario::light(const StreamShape& shape) const {
 }
 
 Signal Scenario::start(const StreamShape& shape) const {
-  const std::int64_t origin_ps =
-      recording_ && !recording_->empty() ? recording_->front().time_ps() : 0;
+  const std::int64_t origin_ps = tags_ && !tags_->empty() ? tags_->front().time_ps() : 0;
   const std::int64_t shown_ps =
       port_.start_epoch_ms > 0 ? first_shown_ps(port_.start_epoch_ms) : origin_ps;
   Signal signal{.source = light(shape),

@@ -40,10 +40,10 @@ class Scenario {
   [[nodiscard]] std::unique_ptr<SignalSource> light(const StreamShape& shape) const;
 
   DevicePort port_;
-  std::shared_ptr<const Recording> recording_;  // of ScenarioKind::tags
+  std::shared_ptr<const FileTags> tags_;  // of ScenarioKind::tags
 };
 
-// What the unit's clock shows when a stream starts, without a recording: 0, or
+// What the unit's clock shows when a stream starts, without a tag file: 0, or
 // `before_wrap_ms` before the coarse counter wraps when that is above 0, in
 // whole periods of the clock.
 std::int64_t first_shown_ps(double before_wrap_ms);

@@ -25,7 +25,7 @@ class TagFile : public testing::Test {
 
   Tags read(const std::string& text) {
     Tags tags;
-    for (const RecordedTag tag : read_tag_file(write(text))) {
+    for (const FileTag tag : read_tag_file(write(text))) {
       tags.emplace_back(tag.channel(), tag.time_ps());
     }
     return tags;
@@ -117,11 +117,11 @@ TEST_F(TagFile, LinesAcrossReadBordersStayWhole) {
   EXPECT_EQ(read(text), expected);
 }
 
-TEST(RecordedSource, PlaysTheRecordingOnce) {
-  auto recording = std::make_shared<Recording>();
-  recording->emplace_back(std::uint8_t{3}, 11);
-  recording->emplace_back(std::uint8_t{0}, 12);
-  RecordedSource source(recording);
+TEST(TagFileSource, PlaysTheFileOnce) {
+  auto file = std::make_shared<FileTags>();
+  file->emplace_back(std::uint8_t{3}, 11);
+  file->emplace_back(std::uint8_t{0}, 12);
+  TagFileSource source(file);
   ASSERT_NE(source.peek(), nullptr);
   EXPECT_EQ(source.peek()->channel, 3);
   EXPECT_EQ(source.peek()->time_ps, 11);
@@ -133,11 +133,11 @@ TEST(RecordedSource, PlaysTheRecordingOnce) {
   EXPECT_EQ(source.peek(), nullptr);
 }
 
-TEST(RecordedSource, ALoopBeginsEachRoundTheGapAfterTheLastTag) {
-  auto recording = std::make_shared<Recording>();
-  recording->emplace_back(std::uint8_t{3}, 11);
-  recording->emplace_back(std::uint8_t{0}, 15);
-  RecordedSource source(recording, 100);
+TEST(TagFileSource, ALoopBeginsEachRoundTheGapAfterTheLastTag) {
+  auto file = std::make_shared<FileTags>();
+  file->emplace_back(std::uint8_t{3}, 11);
+  file->emplace_back(std::uint8_t{0}, 15);
+  TagFileSource source(file, 100);
   for (const std::int64_t time_ps : {11, 15, 115, 119, 219, 223}) {
     ASSERT_NE(source.peek(), nullptr);
     EXPECT_EQ(source.peek()->time_ps, time_ps);
@@ -145,11 +145,11 @@ TEST(RecordedSource, ALoopBeginsEachRoundTheGapAfterTheLastTag) {
   }
 }
 
-TEST(RecordedSource, ALoopEndsAtTheEndOfTime) {
-  auto recording = std::make_shared<Recording>();
-  recording->emplace_back(std::uint8_t{0}, 0);
-  recording->emplace_back(std::uint8_t{0}, end_of_time_ps / 4);
-  RecordedSource source(recording, 1);
+TEST(TagFileSource, ALoopEndsAtTheEndOfTime) {
+  auto file = std::make_shared<FileTags>();
+  file->emplace_back(std::uint8_t{0}, 0);
+  file->emplace_back(std::uint8_t{0}, end_of_time_ps / 4);
+  TagFileSource source(file, 1);
   int tags = 0;
   for (; source.peek() != nullptr; source.pop()) {
     EXPECT_LT(source.peek()->time_ps, end_of_time_ps);
@@ -158,8 +158,8 @@ TEST(RecordedSource, ALoopEndsAtTheEndOfTime) {
   EXPECT_EQ(tags, 6);
 }
 
-TEST(RecordedSource, ALoopOfNothingIsSilent) {
-  RecordedSource source(std::make_shared<Recording>(), 1);
+TEST(TagFileSource, ALoopOfNothingIsSilent) {
+  TagFileSource source(std::make_shared<FileTags>(), 1);
   EXPECT_EQ(source.peek(), nullptr);
 }
 
