@@ -20,7 +20,7 @@ enum class Pace {
 struct PairSettings {
   std::uint8_t first_channel = 0;
   std::uint8_t second_channel = 1;  // may be the first one
-  double rate_hz = 0;               // mean pairs a second, above 0
+  double rate_hz = 0;               // mean pairs per second, above 0
   std::int64_t delay_ps = 0;        // negative: the second channel's event comes first
   double jitter_rms_ps = 0;         // of each of the two events
 };
