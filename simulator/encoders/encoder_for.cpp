@@ -1,11 +1,22 @@
 #include "simulator/encoders/encoder_for.hpp"
 
+#include <string>
+
 #include "simulator/encoders/delta32_encoder.hpp"
 #include "simulator/encoders/packed_delta_encoder.hpp"
 #include "simulator/encoders/raw64_encoder.hpp"
+#include "simulator/failure.hpp"
 #include "timing/wire_format.hpp"
 
 namespace zelk::simulator {
+
+timing::Format format_numbered(std::uint32_t number) {
+  if (number > static_cast<std::uint32_t>(timing::Format::packed_delta)) {
+    throw Failure(Status::out_of_range,
+                  "format " + std::to_string(number) + ": 0 raw64, 1 delta32 or 2 packed_delta");
+  }
+  return static_cast<timing::Format>(number);
+}
 
 std::unique_ptr<StreamEncoder> encoder_for(timing::Format format, timing::StreamMode mode,
                                            const PackedDeltaSettings& packed_delta,

@@ -15,6 +15,9 @@ struct PackedDeltaSettings {
   std::uint16_t quantum_ps = 8;
 };
 
+// The format with this number. Throws Failure when there is none.
+timing::Format format_numbered(std::uint32_t number);
+
 // A fresh encoder for a stream of `format` in `mode`: raw64 has its coarse and
 // fine layout in the internal mode. `packed_delta` and `start_bits`, the number
 // of bits that are missing at the front of the stream, count for that format

@@ -177,11 +177,7 @@ void Unit::set_stream_interface(std::uint32_t transport, std::uint32_t format) {
     throw Failure(Status::out_of_range,
                   "transport " + number(transport) + ": only 1 (usb) is known");
   }
-  if (format > static_cast<std::uint32_t>(timing::Format::packed_delta)) {
-    throw Failure(Status::out_of_range,
-                  "format " + number(format) + ": 0 raw64, 1 delta32 or 2 packed_delta");
-  }
-  format_ = static_cast<timing::Format>(format);
+  format_ = format_numbered(format);
 }
 
 // The calibration pulses come from the unit's own clock, which gains nothing

@@ -5,6 +5,7 @@
 #include "simulator/encoders/delta32_encoder.hpp"
 #include "simulator/encoders/packed_delta_encoder.hpp"
 #include "simulator/encoders/raw64_encoder.hpp"
+#include "tests/simulator/expect_failure.hpp"
 #include "tests/simulator/packed_streams.hpp"
 
 namespace zelk::simulator {
@@ -48,6 +49,13 @@ TEST(EncoderFor, PackedDeltaGetsItsParameters) {
 
 TEST(EncoderFor, AFormatThatDoesNotExistHasNone) {
   EXPECT_EQ(encoder_for(static_cast<Format>(3), StreamMode::external), nullptr);
+}
+
+TEST(FormatNumbered, IsRefusedBeyondTheLast) {
+  EXPECT_EQ(format_numbered(0), Format::raw64);
+  EXPECT_EQ(format_numbered(2), Format::packed_delta);
+  EXPECT_EQ(failure_text(Status::out_of_range, [] { format_numbered(3); }),
+            "format 3: 0 raw64, 1 delta32 or 2 packed_delta");
 }
 
 TEST(BitsPerTag, AreThoseOfAPlainRecord) {
