@@ -12,7 +12,6 @@
 
 #include "simulator/failure.hpp"
 #include "simulator/recordings/crc32.hpp"
-#include "simulator/recordings/record_parser.hpp"
 
 namespace zelk::simulator {
 namespace {

@@ -11,10 +11,10 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "simulator/recordings/file_descriptor.hpp"
+#include "simulator/recordings/record_parser.hpp"
 #include "simulator/recordings/recording_format.hpp"
 
 namespace zelk::simulator {
@@ -24,18 +24,6 @@ struct RecordPlace {
   std::uint64_t offset = recording_format::file_header_bytes;
   std::uint32_t number = 0;
 };
-
-struct RecordedChunk {
-  std::uint64_t time_ns = 0;
-  std::vector<std::uint8_t> bytes;
-};
-
-struct RecordedEnd {
-  std::uint64_t time_ns = 0;
-};
-
-using Record = std::variant<RecordedOpening, RecordedCall, RecordedChunk, RecordedQuiet,
-                            RecordedFailedRead, RecordedEnd>;
 
 class RecordingFile {
  public:
