@@ -138,6 +138,7 @@ qx_status plain_call(qx_device* device, CallKind kind, Arguments... arguments) n
 qx_status open_at(qx_device** device, const char* port, std::optional<int> rate) noexcept {
   return guarded(nullptr, [&] {
     *required(device, "device") = nullptr;
+    // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): guarded() handles it
     *device = new qx_device(required(port, "port"), rate);
     return code(Status::success);
   });

@@ -9,6 +9,7 @@ namespace {
 constexpr std::array<int, 2> watched_signals{SIGINT, SIGTERM};
 
 // A signal handler can reach nothing but a global of a lock-free type.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::atomic<int> received_signal{0};
 static_assert(std::atomic<int>::is_always_lock_free);
 

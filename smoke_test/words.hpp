@@ -17,7 +17,7 @@
 template <typename Value>
 struct Word {
   Value value;
-  const char* name;                           // in the report
+  const char* name = nullptr;                 // in the report
   std::array<std::string_view, 3> spellings;  // lower case, the chief one first; unused ones empty
 };
 

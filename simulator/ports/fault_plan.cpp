@@ -21,7 +21,7 @@ std::optional<Number> number_in(std::string_view text, Number lowest, Number hig
 // Takes off what stands before the first `sign`, or everything.
 std::string take_until(std::string_view& text, char sign) {
   const std::size_t end = std::min(text.find(sign), text.size());
-  const std::string part = percent_decoded(text.substr(0, end));
+  std::string part = percent_decoded(text.substr(0, end));
   text.remove_prefix(std::min(end + 1, text.size()));
   return part;
 }

@@ -49,7 +49,7 @@ class RecordingFile {
   void index(bool cut_short_allowed);
   void take(const Record& record, const RecordPlace& after);
   std::optional<Record> read_record(RecordPlace& place) const;
-  std::size_t read_at(std::uint64_t offset, std::span<std::uint8_t> bytes) const;
+  [[nodiscard]] std::size_t read_at(std::uint64_t offset, std::span<std::uint8_t> bytes) const;
 
   FileDescriptor file_;
   std::string path_;

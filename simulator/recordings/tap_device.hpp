@@ -41,7 +41,7 @@ class TapDevice final : public DeviceBackend {
   [[nodiscard]] Handle open(const TapPort& port, std::optional<int> rate) const;
   [[nodiscard]] qx_status forward(DeviceCall& call) const;
   [[nodiscard]] std::uint64_t now_ns() const;
-  RecordedAnswer answer_for(qx_status status) const;
+  [[nodiscard]] RecordedAnswer answer_for(qx_status status) const;
   void expect_recording() const;
   void write_read(std::uint64_t time_ns, qx_status status, std::span<const std::uint8_t> bytes);
   void write_quiet_reads() noexcept;
