@@ -109,7 +109,7 @@ constexpr Option option_table[] = {
     {keys("threshold_v"), "nan", "V", "input threshold, 0 to 4; nan: left as it is",
      set<&Config::threshold_v, as_double>},
     {keys("channel_mask"), "0x0C", "", "channels in the stream, bit n for channel n, 0 to 0x0F",
-     set<&Config::channel_mask, masked<0x0F>>},
+     set<&Config::channel_mask, masked<zelk::timing::all_channels_mask>>},
     {keys("channel_a"), "0", "", "first channel of the pair to compare, 0 to 3",
      set<&Config::channel_a, as_int>},
     {keys("channel_b"), "1", "", "second channel of the pair, 0 to 3, not channel_a",

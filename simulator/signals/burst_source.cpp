@@ -3,14 +3,8 @@
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
-namespace {
-
-constexpr unsigned all_channels = (1U << timing::channel_count) - 1;
-
-}  // namespace
-
 void BurstSource::next_group(EventGroup& group) {
-  if ((settings_.channel_mask & all_channels) == 0) {
+  if ((settings_.channel_mask & timing::all_channels_mask) == 0) {
     return;
   }
   double offset_ps = pulse_ * settings_.step_ps;

@@ -9,10 +9,10 @@
 namespace zelk::simulator {
 
 struct BurstSettings {
-  std::uint8_t channel_mask = 0xF;  // the channels that pulse; 0: none
-  double step_ps = 0;               // from one pulse of a train to the next, at least 1
-  std::int64_t train_ps = 0;        // length of a train, above 0
-  std::int64_t pause_ps = 0;        // from the end of a train to the next, not below 0
+  std::uint8_t channel_mask = timing::all_channels_mask;  // the channels that pulse; 0: none
+  double step_ps = 0;         // from one pulse of a train to the next, at least 1
+  std::int64_t train_ps = 0;  // length of a train, above 0
+  std::int64_t pause_ps = 0;  // from the end of a train to the next, not below 0
 };
 
 // A train begins with a pulse at its first moment and ends before train_ps.

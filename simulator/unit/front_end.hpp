@@ -14,8 +14,6 @@
 
 namespace zelk::simulator {
 
-inline constexpr std::uint8_t all_channels_mask = (1U << timing::channel_count) - 1;
-
 // Bit n: delay line n of a channel is active.
 inline constexpr std::uint8_t all_delay_lines_mask = 0x1F;
 
@@ -26,7 +24,7 @@ inline constexpr std::int64_t max_dead_time_ps = 0xFFFFFF * timing::clock_period
 inline constexpr std::uint16_t default_threshold_code = 0xA000;
 
 struct FrontEndSettings {
-  std::uint8_t channel_mask = all_channels_mask;
+  std::uint8_t channel_mask = timing::all_channels_mask;
   std::array<std::uint16_t, timing::channel_count> threshold_codes{
       default_threshold_code, default_threshold_code, default_threshold_code,
       default_threshold_code};

@@ -12,8 +12,6 @@
 namespace zelk::simulator {
 namespace {
 
-constexpr unsigned all_channels = (1U << timing::channel_count) - 1;
-
 // A channel gets a base or a sync in each 10 ms of its stream, so the tags of
 // 10 ms are measured. Of very many tags a part shows all else.
 constexpr double measured_ps = 10e9;
@@ -54,7 +52,8 @@ double bytes_per_tag(timing::Format format, const PackedDeltaSettings& packed_de
 // words have to be found together.
 double shortest_step_ps(timing::Format format, const PackedDeltaSettings& packed_delta,
                         std::uint8_t channel_mask, double bytes_per_s) {
-  const int channels = std::popcount(channel_mask & all_channels);
+  const int channels =
+      std::popcount(static_cast<unsigned>(channel_mask & timing::all_channels_mask));
   const double shortest_ps = 1e12 * bits_per_tag(format, packed_delta) / 8 / bytes_per_s;
   if (channels == 0) {
     return shortest_ps;

@@ -23,7 +23,7 @@ struct Signal {
 
 // What a signal has to know of the stream that it is for.
 struct StreamShape {
-  std::uint8_t channel_mask = 0xF;
+  std::uint8_t channel_mask = timing::all_channels_mask;
   timing::Format format = timing::Format::raw64;
   PackedDeltaSettings packed_delta{};
 };

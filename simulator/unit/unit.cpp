@@ -162,7 +162,7 @@ qx_status Unit::call(DeviceCall& call) {
 }
 
 void Unit::set_channel_mask(std::uint8_t mask) {
-  if ((mask & ~all_channels_mask) != 0) {
+  if ((mask & ~timing::all_channels_mask) != 0) {
     throw Failure(Status::out_of_range,
                   "channel mask " + number(mask) + ": only bits 0 to 3 are channels");
   }
