@@ -6,20 +6,11 @@
 
 #include "simulator/encoders/encoder_for.hpp"
 #include "simulator/ports/device_port.hpp"
-#include "simulator/signals/signal_source.hpp"
 #include "simulator/signals/tag_file.hpp"
-#include "simulator/unit/time_base.hpp"
+#include "simulator/unit/signal.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
-
-// A signal from its beginning, with the pace at which it arrives.
-struct Signal {
-  std::unique_ptr<SignalSource> source;
-  std::int64_t origin_ps = 0;  // the event time at which the stream starts
-  Pace pace = Pace::real_time;
-  TimeBase time_base{};  // the unit's clock while the stream runs
-};
 
 // What a signal has to know of the stream that it is for.
 struct StreamShape {

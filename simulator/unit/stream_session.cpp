@@ -48,18 +48,20 @@ void StreamSession::write(const Event& event) {
       (link_ && !link_->has_room())) {
     return;
   }
-  const std::size_t before = bytes_.size();
-  encoder_->append(tag, bytes_.tail());
+  WaitingBytes::Bytes& bytes = bytes_.tail();
+  const std::size_t before = bytes.size();
+  encoder_->append(tag, bytes);
   if (link_) {
-    link_->write(bytes_.size() - before);
+    link_->write(bytes.size() - before);
   }
 }
 
 void StreamSession::flush() {
-  const std::size_t before = bytes_.size();
-  encoder_->flush(bytes_.tail());
+  WaitingBytes::Bytes& bytes = bytes_.tail();
+  const std::size_t before = bytes.size();
+  encoder_->flush(bytes);
   if (link_) {
-    link_->write(bytes_.size() - before);
+    link_->write(bytes.size() - before);
   }
 }
 
