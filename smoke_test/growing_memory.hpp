@@ -1,0 +1,61 @@
+// Ways to get memory that grows. Each offers
+//
+//   static void* resize(void* memory, std::size_t old_bytes, std::size_t bytes);
+//
+// which makes `bytes` of the `old_bytes` at `memory` (null and 0 at first), keeps
+// their contents and returns where they are now. 0 bytes give the memory back.
+// Null, with `memory` as it was, when there is not enough. What was not written
+// to costs address space only. Aligned for every type.
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#ifdef __linux__
+#include <sys/mman.h>
+#endif
+
+// Works everywhere. Growing may copy everything, and takes both copies' room
+// meanwhile.
+struct CopiedMemory {
+  static void* resize(void* memory, std::size_t old_bytes, std::size_t bytes) {
+    void* const grown = bytes != 0 ? std::malloc(bytes) : nullptr;
+    if (grown == nullptr && bytes != 0) {
+      return nullptr;
+    }
+    if (grown != nullptr && memory != nullptr) {
+      std::memcpy(grown, memory, old_bytes < bytes ? old_bytes : bytes);
+    }
+    std::free(memory);
+    return grown;
+  }
+};
+
+#ifdef __linux__
+
+// Lets the system map the pages to another address instead of copying them:
+// growing a list of 256 MiB takes microseconds, and a copy of it a good part of
+// a second. Sizes are best whole pages.
+struct MappedMemory {
+  static void* resize(void* memory, std::size_t old_bytes, std::size_t bytes) {
+    if (bytes == 0) {
+      if (memory != nullptr) {
+        munmap(memory, old_bytes);
+      }
+      return nullptr;
+    }
+    void* const grown = memory == nullptr ? mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                                                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
+                                          : mremap(memory, old_bytes, bytes, MREMAP_MAYMOVE);
+    return grown != MAP_FAILED ? grown : nullptr;
+  }
+};
+
+using GrowingMemory = MappedMemory;
+
+#else
+
+using GrowingMemory = CopiedMemory;
+
+#endif
