@@ -30,9 +30,7 @@ void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatc
     watchdog.kick(Watchdog::streaming_limit);
     reader.drain(batch);
     progress.update(deadline.elapsed(), statistics.total());
-    for (const TimeTag& tag : batch) {
-      statistics.add(tag);
-    }
+    statistics.add(batch);
     if (batch.empty()) {
       std::this_thread::sleep_for(empty_queue_pause);
     }

@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
+#include "smoke_test/time_list.hpp"
 #include "timing/time_tag.hpp"
 
 // Tags per channel per time bin, counted from the first tag of the run.
@@ -21,19 +23,36 @@ class TimeBins {
   // width that does not fit into 64-bit picoseconds switches binning off.
   explicit TimeBins(double width_s);
 
-  // `elapsed_ps` since the first tag; a negative one counts in bin 0.
-  void add(int channel, std::int64_t elapsed_ps);
+  // A range of elapsed times that all count in the same place. Elapsed times
+  // are unsigned here: those before the first tag are the upper half of them.
+  struct Stretch {
+    std::uint64_t first_ps;
+    std::uint64_t length_ps;  // to the last time, which still belongs to it
+    Row* counts;              // valid until the next call of stretch_at()
+
+    [[nodiscard]] bool contains(std::uint64_t elapsed_ps) const {
+      return elapsed_ps - first_ps <= length_ps;
+    }
+  };
+
+  // The stretch around `elapsed_ps` since the first tag; what is before the
+  // first tag counts in bin 0. To be called for times that are then counted: it
+  // makes the rows up to theirs.
+  Stretch stretch_at(std::uint64_t elapsed_ps);
 
   [[nodiscard]] double width_s() const { return width_s_; }
   [[nodiscard]] std::int64_t width_ps() const { return width_ps_; }  // below 1: switched off
   [[nodiscard]] const std::vector<Row>& rows() const { return rows_; }
-  [[nodiscard]] std::uint64_t overflow() const { return overflow_; }  // tags beyond the last row
+  [[nodiscard]] std::uint64_t overflow() const;  // tags beyond the last row
 
  private:
+  Row& row(std::size_t index);
+
   double width_s_;
   std::int64_t width_ps_;
   std::vector<Row> rows_;
-  std::uint64_t overflow_ = 0;
+  Row beyond_last_row_{};
+  Row switched_off_{};  // counts what nobody asks for
 };
 
 class CaptureStatistics {
@@ -43,12 +62,14 @@ class CaptureStatistics {
 
   explicit CaptureStatistics(double bin_s) : bins_(bin_s) {}
 
-  // Tags with a channel above 3 are ignored.
-  void add(const zelk::timing::TimeTag& tag);
+  // Counts the tags in their order; those with a channel above 3 are ignored.
+  // Throws std::bad_alloc when memory does not suffice for their times.
+  void add(std::span<const zelk::timing::TimeTag> tags);
+  void add(const zelk::timing::TimeTag& tag) { add(std::span(&tag, 1)); }
 
   [[nodiscard]] std::uint64_t total() const;  // tags accepted
-  // The accepted tags' times in arrival order, ps.
-  [[nodiscard]] const PerChannel<std::vector<std::int64_t>>& times_ps() const { return times_ps_; }
+  // The accepted tags' times in arrival order, ps. Valid until the next add().
+  [[nodiscard]] PerChannel<std::span<const std::int64_t>> times_ps() const;
   // Tags earlier than their channel's previous one.
   [[nodiscard]] const PerChannel<std::uint64_t>& monotonic_violations() const {
     return monotonic_violations_;
@@ -58,7 +79,9 @@ class CaptureStatistics {
   [[nodiscard]] const TimeBins& bins() const { return bins_; }
 
  private:
-  PerChannel<std::vector<std::int64_t>> times_ps_;
+  class Batch;
+
+  PerChannel<TimeList> times_ps_;
   PerChannel<std::uint64_t> monotonic_violations_{};
   PerChannel<std::int64_t> max_gap_ps_{};
   std::optional<std::int64_t> base_time_ps_;  // the first accepted tag, any channel

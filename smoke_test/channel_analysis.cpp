@@ -54,7 +54,7 @@ ResidueStatistics residue_statistics(std::span<const std::int64_t> times_ps) {
 }
 
 ChannelAnalysis analyse_channel(const CaptureStatistics& statistics, std::size_t channel) {
-  const std::vector<std::int64_t>& times_ps = statistics.times_ps()[channel];
+  const std::span<const std::int64_t> times_ps = statistics.times_ps()[channel];
   return {.tags = times_ps.size(),
           .monotonic_violations = statistics.monotonic_violations()[channel],
           .max_gap_ms = static_cast<double>(statistics.max_gap_ps()[channel]) / ps_per_ms,

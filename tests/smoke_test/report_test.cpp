@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <streambuf>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/cout_capture.hpp"
@@ -101,9 +102,9 @@ DeviceSettings small_settings() {
 }
 
 std::string report_of(const Config& config, const DeviceSettings& settings,
-                      const CaptureStatistics& statistics, std::uint64_t dropped) {
+                      CaptureStatistics statistics, std::uint64_t dropped) {
   const Analysis analysis =
-      analyse({.statistics = statistics, .reader_dropped = dropped}, config.channel_a,
+      analyse({.statistics = std::move(statistics), .reader_dropped = dropped}, config.channel_a,
               config.channel_b, config.coincidence_window_ps);
   const CoutCapture output;
   print_report(config, settings, analysis);
@@ -201,7 +202,7 @@ TEST(Report, WindowOfZeroHasASingleTopBin) {
   CaptureStatistics statistics(0.1);
   statistics.add({0, 5});
   statistics.add({1, 5});
-  EXPECT_THAT(report_of(config, DeviceSettings{}, statistics, 0),
+  EXPECT_THAT(report_of(config, DeviceSettings{}, std::move(statistics), 0),
               HasSubstr("\ncoincidences=1\n"
                         "xcorr_offset_ps=0\n"
                         "xcorr_peak_count=0\n"
@@ -219,7 +220,7 @@ TEST(Report, BinsSwitchedOffHaveNoLines) {
   config.bin_s = 2e7;
   CaptureStatistics statistics(config.bin_s);
   statistics.add({0, 5});
-  const std::string report = report_of(config, DeviceSettings{}, statistics, 0);
+  const std::string report = report_of(config, DeviceSettings{}, std::move(statistics), 0);
   EXPECT_THAT(report, HasSubstr("\nbins_s=20000000.000\nbin_overflow_tags=0\n"));
   EXPECT_THAT(report, Not(HasSubstr("\nbin 0")));
 }
