@@ -24,14 +24,13 @@ constexpr std::chrono::milliseconds empty_read_pause{1};
 void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatch& interrupt,
                   CaptureStatistics& statistics, Watchdog& watchdog) {
   Progress progress(capture_s);
-  std::vector<TimeTag> batch;
   const Deadline deadline(capture_s);
   while (deadline.is_ahead() && interrupt.signal_number() == 0) {
     watchdog.kick(Watchdog::streaming_limit);
-    reader.drain(batch);
+    const std::span<const TimeTag> tags = reader.drain();
     progress.update(deadline.elapsed(), statistics.total());
-    statistics.add(batch);
-    if (batch.empty()) {
+    statistics.add(tags);
+    if (tags.empty()) {
       std::this_thread::sleep_for(empty_queue_pause);
     }
   }

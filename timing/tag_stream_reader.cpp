@@ -50,13 +50,28 @@ void TagStreamReader::drain(std::vector<TimeTag>& batch) {
   {
     const std::lock_guard lock(mutex);
     stored = error;
-    const auto end = queue.begin() + static_cast<std::ptrdiff_t>(std::min(queue.size(), max_drain));
-    batch.assign(queue.begin(), end);
-    queue.erase(queue.begin(), end);
+    while (batch.size() < max_drain && !queue.empty()) {
+      const std::span<const TimeTag> tags = queue.take_front(max_drain - batch.size());
+      batch.insert(batch.end(), tags.begin(), tags.end());
+    }
   }
   if (stored) {
     std::rethrow_exception(stored);
   }
+}
+
+std::span<const TimeTag> TagStreamReader::drain() {
+  std::span<const TimeTag> tags;
+  std::exception_ptr stored;
+  {
+    const std::lock_guard lock(mutex);
+    stored = error;
+    tags = queue.take_front(max_drain);
+  }
+  if (stored) {
+    std::rethrow_exception(stored);
+  }
+  return tags;
 }
 
 void TagStreamReader::rethrow_stored_error() {
@@ -84,12 +99,13 @@ void TagStreamReader::run(StreamFileHeader header, std::size_t read_chunk) {
 void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::size_t read_chunk) {
   StreamDecoder decoder(header);
   std::vector<std::uint8_t> buffer(read_chunk);
+  std::vector<TimeTag> tags;
   while (!stop_requested) {
     const std::optional<std::size_t> received = device->read_stream_bytes(buffer);
     if (!received) {
       continue;
     }
-    const std::vector<TimeTag> tags = decoder.feed(buffer.data(), *received);
+    tags = decoder.feed(buffer.data(), *received);
     if (!tags.empty()) {
       append(tags);
     }
@@ -97,12 +113,12 @@ void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::si
 }
 
 // Under overload the newest tags are kept: the queue is cut back from the front.
-void TagStreamReader::append(const std::vector<TimeTag>& tags) {
+void TagStreamReader::append(std::vector<TimeTag>& tags) {
   const std::lock_guard lock(mutex);
-  queue.insert(queue.end(), tags.begin(), tags.end());
+  queue.append(tags);
   if (queue.size() > queue_limit) {
     const std::size_t surplus = queue.size() - queue_limit;
-    queue.erase(queue.begin(), queue.begin() + static_cast<std::ptrdiff_t>(surplus));
+    queue.erase_front(surplus);
     dropped += surplus;
   }
 }

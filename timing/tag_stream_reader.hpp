@@ -10,14 +10,15 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <exception>
 #include <mutex>
+#include <span>
 #include <thread>
 #include <vector>
 
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
+#include "timing/tag_queue.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::timing {
@@ -52,20 +53,25 @@ class TagStreamReader {
   // max_drain. Then rethrows the exception that ended the thread, if any.
   void drain(std::vector<TimeTag>& batch);
 
+  // The same without a copy: the oldest queued tags, at most max_drain and not
+  // beyond the end of their block, so that there may be more. They stay
+  // readable until the next drain or start. An exception comes in their place.
+  std::span<const TimeTag> drain();
+
   Device* device;
   std::thread thread;  // not joinable when idle
   std::atomic<bool> stop_requested{false};
   std::atomic<bool> running{false};       // until the thread has left its loop
   std::atomic<std::uint64_t> dropped{0};  // tags discarded by the queue limit
   std::mutex mutex;
-  std::deque<TimeTag> queue;            // oldest in front
+  TagQueue queue;                       // oldest in front
   std::size_t queue_limit = 8'388'608;  // most tags held after an append
   std::exception_ptr error;             // what ended the thread, or empty
 
  private:
   void run(StreamFileHeader header, std::size_t read_chunk);
   void read_until_stopped(const StreamFileHeader& header, std::size_t read_chunk);
-  void append(const std::vector<TimeTag>& tags);
+  void append(std::vector<TimeTag>& tags);
   void rethrow_stored_error();
 };
 

@@ -56,6 +56,14 @@ TEST(ReaderFailure, DrainHandsOutTheTagsAndThenThrows) {
   EXPECT_THAT(batch, IsEmpty());
 }
 
+TEST(ReaderFailure, DrainWithoutCopyThrowsInsteadOfGivingTags) {
+  Bench bench(Script{.reads = {{.bytes = records(4, 2)}}, .forever = failing_read(-12)});
+  bench.reader.start(external_raw64(), chunk, 1024);
+  ASSERT_TRUE(wait_until([&] { return !bench.reader.running; }));
+  EXPECT_EQ(error_of([&] { bench.reader.drain(); }).status, -12);
+  EXPECT_EQ(error_of([&] { bench.reader.drain(); }).status, -12);
+}
+
 TEST(ReaderFailure, StopAndStartThrowItAgainAndAgain) {
   Bench bench(Script{.reads = {failing_read(-12)}});
   bench.reader.start(external_raw64(), chunk, 1024);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -177,6 +178,42 @@ TEST(Reader, DrainTakesAtMost65536Tags) {
   EXPECT_EQ(batch.front().timestamp_ps, 65'536);
   EXPECT_EQ(batch.back().timestamp_ps, 99'999);
   EXPECT_EQ(queued(bench.reader), 0u);
+}
+
+TEST(Reader, DrainWithoutCopyGivesPiecesOfAtMost65536Tags) {
+  Bench bench({});
+  std::vector<TimeTag> tags;
+  for (std::int64_t i = 0; i < 100'000; ++i) {
+    tags.push_back({1, i});
+  }
+  bench.reader.queue.append(tags);
+  bench.reader.queue.push_back({2, 7});
+  std::span<const TimeTag> piece = bench.reader.drain();
+  ASSERT_EQ(piece.size(), 65'536u);
+  EXPECT_EQ(piece.front().timestamp_ps, 0);
+  EXPECT_EQ(piece.back().timestamp_ps, 65'535);
+  EXPECT_EQ(queued(bench.reader), 34'465u);
+  std::size_t drained = piece.size();
+  while (!piece.empty()) {
+    piece = bench.reader.drain();
+    drained += piece.size();
+  }
+  EXPECT_EQ(drained, 100'001u);
+  EXPECT_EQ(queued(bench.reader), 0u);
+}
+
+// 40,000 tags are one block, 9,000 another.
+TEST(Reader, DrainGoesOnAcrossBlocks) {
+  Bench bench({});
+  std::vector<TimeTag> tags(40'000, {1, 1});
+  bench.reader.queue.append(tags);
+  tags.assign(9'000, {2, 2});
+  bench.reader.queue.append(tags);
+  std::vector<TimeTag> batch;
+  bench.reader.drain(batch);
+  ASSERT_EQ(batch.size(), 49'000u);
+  EXPECT_EQ(batch[39'999], (TimeTag{1, 1}));
+  EXPECT_EQ(batch[40'000], (TimeTag{2, 2}));
 }
 
 TEST(Reader, DrainWithNothingQueuedGivesNothing) {
