@@ -1,7 +1,9 @@
 #include "smoke_test/capture.hpp"
 
 #include <chrono>
+#include <new>
 #include <span>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -36,10 +38,8 @@ void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatc
   }
 }
 
-}  // namespace
-
-Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                     const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
+Capture run_capture(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
+                    const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
   Capture capture{.statistics = CaptureStatistics(config.bin_s)};
   const InterruptWatch interrupt;
   TagStreamReader reader(device);
@@ -51,6 +51,17 @@ Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const C
   capture.reader_dropped = reader.dropped;
   capture.interrupting_signal = interrupt.signal_number();
   return capture;
+}
+
+}  // namespace
+
+Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
+                     const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
+  try {
+    return run_capture(device, stream, config, header, watchdog);
+  } catch (const std::bad_alloc&) {  // of either thread
+    throw std::runtime_error("not enough memory for the captured tags");
+  }
 }
 
 ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const Config& config,

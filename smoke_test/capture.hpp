@@ -12,8 +12,8 @@
 
 // Captures for config.capture_s seconds, then stops the reader and the stream.
 // Tags still queued at that moment are not counted: the capture is exactly as
-// long as the loop. Rethrows what ended the reader thread. Keeps the watchdog
-// kicked.
+// long as the loop. Rethrows what ended the reader thread; memory that does not
+// suffice becomes a std::runtime_error. Keeps the watchdog kicked.
 Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);
 
