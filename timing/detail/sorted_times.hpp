@@ -11,10 +11,15 @@ namespace zelk::timing::detail {
 
 class SortedTimes {
  public:
-  explicit SortedTimes(std::span<const std::int64_t> times) : view_(times) {
-    if (!std::is_sorted(times.begin(), times.end())) {
+  explicit SortedTimes(std::span<const std::int64_t> times)
+      : SortedTimes(times, std::ranges::is_sorted(times)) {}
+
+  // For a caller that knows whether the list is in order: that saves a read of
+  // the whole list.
+  SortedTimes(std::span<const std::int64_t> times, bool in_order) : stored_(times), view_(times) {
+    if (!in_order) {
       copy_.assign(times.begin(), times.end());
-      std::sort(copy_.begin(), copy_.end());
+      std::ranges::sort(copy_);
       view_ = copy_;
     }
   }
@@ -22,8 +27,12 @@ class SortedTimes {
   SortedTimes& operator=(const SortedTimes&) = delete;
 
   [[nodiscard]] std::span<const std::int64_t> get() const { return view_; }
+  // The list itself, in the order in which it was given.
+  [[nodiscard]] std::span<const std::int64_t> stored() const { return stored_; }
+  [[nodiscard]] bool in_order() const { return copy_.empty(); }
 
  private:
+  std::span<const std::int64_t> stored_;
   std::vector<std::int64_t> copy_;
   std::span<const std::int64_t> view_;
 };

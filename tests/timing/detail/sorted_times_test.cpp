@@ -30,4 +30,25 @@ TEST(SortedTimes, HoldsNothingForAnEmptyList) {
   EXPECT_TRUE(SortedTimes(times).get().empty());
 }
 
+TEST(SortedTimes, KnowsWhetherTheListWasInOrder) {
+  EXPECT_TRUE(SortedTimes(std::vector<std::int64_t>{}).in_order());
+  EXPECT_TRUE(SortedTimes(std::vector<std::int64_t>{-3, -3, 8}).in_order());
+  EXPECT_FALSE(SortedTimes(std::vector<std::int64_t>{-3, 8, -3}).in_order());
+}
+
+TEST(SortedTimes, KeepsTheOrderInWhichTheListWasStored) {
+  const std::vector<std::int64_t> times{8, -3, 0};
+  const SortedTimes sorted(times);
+  EXPECT_EQ(sorted.stored().data(), times.data());
+  EXPECT_THAT(sorted.stored(), ElementsAre(8, -3, 0));
+  EXPECT_THAT(sorted.get(), ElementsAre(-3, 0, 8));
+}
+
+TEST(SortedTimes, TakesAnOrderThatIsKnownAlready) {
+  const std::vector<std::int64_t> ascending{1, 2};
+  EXPECT_EQ(SortedTimes(ascending, true).get().data(), ascending.data());
+  const std::vector<std::int64_t> other{2, 1};
+  EXPECT_THAT(SortedTimes(other, false).get(), ElementsAre(1, 2));
+}
+
 }  // namespace
