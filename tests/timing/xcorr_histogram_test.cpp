@@ -14,6 +14,7 @@
 
 #include "tests/reference/literal_analysis.hpp"
 #include "tests/reference/random_times.hpp"
+#include "timing/detail/sorted_times.hpp"
 
 namespace {
 
@@ -234,6 +235,88 @@ TEST(XcorrHistogram, GiantRangesWithFewBinsAgreeWithThePlainSearch) {
     SCOPED_TRACE(round);
     ASSERT_NO_FATAL_FAILURE(expect_agreement(a, b, range, width, random.extreme()));
   }
+}
+
+// Many more tags than differences in the window.
+TEST(XcorrHistogram, LongListsAgreeWithThePlainSearch) {
+  zelk::reference::RandomTimes random(15);
+  constexpr std::array<std::int64_t, 6> widths{1, 2, 7, 8, 33, largest};
+  for (int round = 0; round < 300; ++round) {
+    const Times a = random.list(random.below(800));
+    const Times b = random.partner_of(a, random.below(800));
+    const std::int64_t offset = random.below(4) == 0 ? random.extreme() : random.between(-99, 99);
+    const std::int64_t range = random.between(1, 400);
+    SCOPED_TRACE(round);
+    ASSERT_NO_FATAL_FAILURE(
+        expect_agreement(a, b, range, widths[random.below(widths.size())], offset));
+  }
+}
+
+TEST(XcorrHistogram, CrowdedListsAgreeWithThePlainSearch) {
+  zelk::reference::RandomTimes random(16);
+  for (int round = 0; round < 40; ++round) {
+    Times a(500);
+    Times b(500);
+    for (Times* list : {&a, &b}) {
+      for (std::int64_t& time : *list) {
+        time = random.between(0, 900);
+      }
+    }
+    SCOPED_TRACE(round);
+    ASSERT_NO_FATAL_FAILURE(expect_agreement(a, b, random.between(1, 499), 8, 20));
+  }
+}
+
+TEST(XcorrHistogram, ListsThatOverlapInPartAgreeWithThePlainSearch) {
+  Times times;
+  for (std::int64_t i = 0; i < 1000; ++i) {
+    times.push_back(30 * i);
+  }
+  for (const std::int64_t shift : {-29'990, -29'970, -15'000, 0, 15'000, 29'970, 29'990}) {
+    Times shifted;
+    for (const std::int64_t time : times) {
+      shifted.push_back(time + shift);
+    }
+    for (const std::int64_t offset : {std::int64_t{0}, shift}) {
+      SCOPED_TRACE(shift);
+      ASSERT_NO_FATAL_FAILURE(expect_agreement(times, shifted, 100, 8, offset));
+    }
+  }
+}
+
+// An offset beyond half of the range: the window's lower bound relative to the
+// time wraps around, the window itself does not.
+TEST(XcorrHistogram, GiantOffsetsAgreeWithThePlainSearch) {
+  Times a;
+  Times b;
+  for (std::int64_t i = 0; i < 200; ++i) {
+    a.push_back(largest - 10'000 + 40 * i);
+    b.push_back(a.back() + 3 + (smallest + 5));
+  }
+  ASSERT_NO_FATAL_FAILURE(expect_agreement(a, b, 100, 8, smallest + 5));
+  ASSERT_NO_FATAL_FAILURE(expect_agreement(b, a, 100, 8, largest - 5));
+}
+
+TEST(XcorrHistogram, RangesAsLargeAsTheListAreCountedBothWays) {
+  zelk::reference::RandomTimes random(17);
+  for (const std::size_t size : {99U, 100U, 101U}) {
+    Times a(size);
+    Times b(size);
+    for (Times* list : {&a, &b}) {
+      for (std::int64_t& time : *list) {
+        time = random.between(0, 2000);
+      }
+    }
+    ASSERT_NO_FATAL_FAILURE(expect_agreement(a, b, 100, 8, 0));
+  }
+}
+
+TEST(XcorrHistogram, ListsOfKnownOrderAreCountedAlike) {
+  const Times a{8, 0, 100};
+  const Times b{0, 8, 100, 116};
+  using zelk::timing::detail::SortedTimes;
+  EXPECT_THAT(filled(xcorr_histogram(SortedTimes(a, false), SortedTimes(b, true), 16, 8, 0)),
+              ElementsAre(Pair(-8, 1), Pair(0, 3), Pair(8, 1), Pair(16, 1)));
 }
 
 }  // namespace
