@@ -17,6 +17,7 @@ struct StepStatistics {
 
   std::int64_t min_step_ps = 0;  // 0 for fewer than two times
   std::array<std::uint64_t, 4> below{};
+  bool in_order = true;  // no time is earlier than the one before it
 };
 
 // Steps between consecutive times in stored order. A negative step can be the
