@@ -6,13 +6,16 @@
 #include <stdexcept>
 #include <string>
 
+#include "timing/detail/partner_windows.hpp"
 #include "timing/detail/sorted_times.hpp"
 #include "timing/detail/wrapping.hpp"
 #include "timing/time_tag.hpp"
 
 using zelk::timing::XcorrHistogram;
+using zelk::timing::detail::for_each_window;
 using zelk::timing::detail::magnitude;
 using zelk::timing::detail::SortedTimes;
+using zelk::timing::detail::windows_stay_in_range;
 using zelk::timing::detail::wrap_add;
 using zelk::timing::detail::wrap_sub;
 
@@ -23,8 +26,7 @@ constexpr std::size_t top_bin_count = 10;
 constexpr double gaussian_fwhm_factor = 2.355;
 constexpr std::int64_t side_window_ps = 40;
 
-XcorrHistogram histogram_of_pair(const std::vector<std::int64_t>& a,
-                                 const std::vector<std::int64_t>& b, std::int64_t window_ps,
+XcorrHistogram histogram_of_pair(const SortedTimes& a, const SortedTimes& b, std::int64_t window_ps,
                                  std::int64_t offset_ps) {
   try {
     return zelk::timing::xcorr_histogram(a, b, window_ps, histogram_bin_ps, offset_ps);
@@ -34,13 +36,9 @@ XcorrHistogram histogram_of_pair(const std::vector<std::int64_t>& a,
   }
 }
 
-}  // namespace
-
-std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
-                                 const std::vector<std::int64_t>& b, std::int64_t window) {
-  if (window < 0) {
-    return 0;  // also where the bounds would wrap around and change places
-  }
+// In any order, one step per tag.
+std::uint64_t count_in_stored_order(std::span<const std::int64_t> a,
+                                    std::span<const std::int64_t> b, std::int64_t window) {
   std::uint64_t coincidences = 0;
   std::size_t next = 0;
   for (const std::int64_t x : a) {
@@ -54,16 +52,40 @@ std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
   return coincidences;
 }
 
-OffsetEstimate estimate_offset(std::span<const std::int64_t> a, std::span<const std::int64_t> b,
-                               std::int64_t window_ps) {
+std::uint64_t count_coincidences(std::span<const std::int64_t> a, std::span<const std::int64_t> b,
+                                 bool in_order, std::int64_t window) {
+  if (window < 0 || a.empty()) {
+    return 0;  // also where the bounds would wrap around and change places
+  }
+  if (!in_order || !windows_stay_in_range(a, 0, window)) {
+    return count_in_stored_order(a, b, window);
+  }
+  std::uint64_t coincidences = 0;
+  for_each_window(a, b, -window,
+                  [&](std::size_t /*lane*/, std::int64_t x, const std::int64_t* partner) {
+                    coincidences += *partner <= x + window ? 1 : 0;
+                  });
+  return coincidences;
+}
+
+}  // namespace
+
+std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
+                                 const std::vector<std::int64_t>& b, std::int64_t window) {
+  return count_coincidences(a, b, std::ranges::is_sorted(a) && std::ranges::is_sorted(b), window);
+}
+
+std::uint64_t count_coincidences(const SortedTimes& a, const SortedTimes& b, std::int64_t window) {
+  return count_coincidences(a.stored(), b.stored(), a.in_order() && b.in_order(), window);
+}
+
+OffsetEstimate estimate_offset(const SortedTimes& a, const SortedTimes& b, std::int64_t window_ps) {
   constexpr std::size_t max_differences = 4000;
-  if (a.empty() || b.empty()) {
+  const std::span<const std::int64_t> times = a.get();
+  const std::span<const std::int64_t> partners = b.get();
+  if (times.empty() || partners.empty()) {
     return {};
   }
-  const SortedTimes sorted_a(a);
-  const SortedTimes sorted_b(b);
-  const std::span<const std::int64_t> times = sorted_a.get();
-  const std::span<const std::int64_t> partners = sorted_b.get();
 
   const std::size_t stride = std::max<std::size_t>(times.size() / max_differences, 1);
   std::vector<std::int64_t> differences;
@@ -120,11 +142,10 @@ std::vector<Ranked> top_bins(const XcorrHistogram& histogram, std::size_t most) 
   return top;
 }
 
-PairAnalysis analyse_pair(const std::vector<std::int64_t>& a, const std::vector<std::int64_t>& b,
-                          std::int64_t window_ps) {
+PairAnalysis analyse_pair(const SortedTimes& a, const SortedTimes& b, std::int64_t window_ps) {
   PairAnalysis pair;
-  pair.tags_a = a.size();
-  pair.tags_b = b.size();
+  pair.tags_a = a.get().size();
+  pair.tags_b = b.get().size();
   pair.coincidences = count_coincidences(a, b, window_ps);
   pair.offset = estimate_offset(a, b, window_ps);
   const XcorrHistogram histogram = histogram_of_pair(a, b, window_ps, pair.offset.offset_ps);

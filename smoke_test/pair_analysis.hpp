@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "smoke_test/ranking.hpp"
+#include "timing/detail/sorted_times.hpp"
 #include "timing/xcorr_histogram.hpp"
 
 // Tags of `a` with at least one partner in `b` at most `window` ps away, in
@@ -15,6 +16,10 @@
 // lists, while a tag out of order can make later ones miss their partners.
 std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
                                  const std::vector<std::int64_t>& b, std::int64_t window);
+
+// The same for lists whose order is known.
+std::uint64_t count_coincidences(const zelk::timing::detail::SortedTimes& a,
+                                 const zelk::timing::detail::SortedTimes& b, std::int64_t window);
 
 struct OffsetEstimate {
   std::int64_t offset_ps = 0;
@@ -24,8 +29,8 @@ struct OffsetEstimate {
 // Median of b - a over nearest partners that are within `window_ps`; for an
 // even number the upper middle value. Every tag of `a` is tried, or of n >= 8000
 // tags every (n / 4000)th, until 4000 differences are found.
-OffsetEstimate estimate_offset(std::span<const std::int64_t> a, std::span<const std::int64_t> b,
-                               std::int64_t window_ps);
+OffsetEstimate estimate_offset(const zelk::timing::detail::SortedTimes& a,
+                               const zelk::timing::detail::SortedTimes& b, std::int64_t window_ps);
 
 struct HistogramPeak {
   std::int64_t count = 0;
@@ -59,5 +64,5 @@ struct PairAnalysis {
 
 // Throws std::runtime_error when the histogram of this window does not fit
 // into memory.
-PairAnalysis analyse_pair(const std::vector<std::int64_t>& a, const std::vector<std::int64_t>& b,
-                          std::int64_t window_ps);
+PairAnalysis analyse_pair(const zelk::timing::detail::SortedTimes& a,
+                          const zelk::timing::detail::SortedTimes& b, std::int64_t window_ps);

@@ -9,9 +9,11 @@
 #include "smoke_test/pair_analysis.hpp"
 #include "tests/reference/literal_analysis.hpp"
 #include "tests/reference/random_times.hpp"
+#include "timing/detail/sorted_times.hpp"
 
 namespace {
 
+using zelk::timing::detail::SortedTimes;
 using Times = std::vector<std::int64_t>;
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
@@ -115,6 +117,25 @@ TEST(Coincidences, AnyListsAgreeWithThePlainPass) {
     for (const std::int64_t window : windows) {
       const std::uint64_t expected = zelk::reference::count_coincidences(a, b, window);
       ASSERT_EQ(count_coincidences(a, b, window), expected)
+          << "round " << round << ", window " << window;
+      hits += expected;
+    }
+  }
+  EXPECT_GT(hits, 100'000U);
+}
+
+TEST(Coincidences, ListsOfKnownOrderAgreeWithThePlainPass) {
+  zelk::reference::RandomTimes random(13);
+  std::uint64_t hits = 0;
+  for (int round = 0; round < 1000; ++round) {
+    const Times a = random.list(random.below(500));
+    const Times b = random.partner_of(a, random.below(500));
+    const SortedTimes sorted_a(a);
+    const SortedTimes sorted_b(b);
+    for (const std::int64_t window : {std::int64_t{-1}, std::int64_t{0}, std::int64_t{50},
+                                      std::int64_t{1000}, std::int64_t{100'000}, largest}) {
+      const std::uint64_t expected = zelk::reference::count_coincidences(a, b, window);
+      ASSERT_EQ(count_coincidences(sorted_a, sorted_b, window), expected)
           << "round " << round << ", window " << window;
       hits += expected;
     }

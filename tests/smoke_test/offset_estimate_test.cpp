@@ -11,8 +11,11 @@
 #include "smoke_test/pair_analysis.hpp"
 #include "tests/reference/literal_analysis.hpp"
 #include "tests/reference/random_times.hpp"
+#include "timing/detail/sorted_times.hpp"
 
 namespace {
+
+using zelk::timing::detail::SortedTimes;
 
 using Times = std::vector<std::int64_t>;
 using Estimate = std::optional<std::int64_t>;
@@ -22,7 +25,7 @@ constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 
 // Nothing for an estimate that is marked invalid, whose offset is always 0.
 Estimate estimate(const Times& a, const Times& b, std::int64_t window_ps) {
-  const OffsetEstimate result = estimate_offset(a, b, window_ps);
+  const OffsetEstimate result = estimate_offset(SortedTimes(a), SortedTimes(b), window_ps);
   if (!result.valid) {
     EXPECT_EQ(result.offset_ps, 0);
     return std::nullopt;

@@ -15,6 +15,7 @@
 
 #include "tests/reference/literal_analysis.hpp"
 #include "tests/reference/random_times.hpp"
+#include "timing/detail/sorted_times.hpp"
 
 namespace {
 
@@ -22,11 +23,16 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 using zelk::timing::XcorrHistogram;
+using zelk::timing::detail::SortedTimes;
 
 using Times = std::vector<std::int64_t>;
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+
+PairAnalysis analyse(const Times& a, const Times& b, std::int64_t window_ps) {
+  return analyse_pair(SortedTimes(a), SortedTimes(b), window_ps);
+}
 
 TEST(HistogramPeak, IsTheFullestBin) {
   const HistogramPeak peak = find_peak({{-8, 0, 8}, {1, 2, 5}});
@@ -141,7 +147,7 @@ TEST(HistogramFigures, AgreeWithTheWholeRanking) {
 
 TEST(PairAnalysis, WithoutTagsIsAllZeros) {
   for (const auto& [a, b] : std::vector<std::pair<Times, Times>>{{{}, {}}, {{5}, {}}, {{}, {5}}}) {
-    const PairAnalysis pair = analyse_pair(a, b, 1000);
+    const PairAnalysis pair = analyse(a, b, 1000);
     EXPECT_EQ(pair.coincidences, 0U);
     EXPECT_FALSE(pair.offset.valid);
     EXPECT_EQ(pair.offset.offset_ps, 0);
@@ -158,7 +164,7 @@ TEST(PairAnalysis, WithoutTagsIsAllZeros) {
 }
 
 TEST(PairAnalysis, WindowOfZeroStillCountsEqualTimes) {
-  const PairAnalysis pair = analyse_pair({1, 2, 3}, {2, 3, 4}, 0);
+  const PairAnalysis pair = analyse({1, 2, 3}, {2, 3, 4}, 0);
   EXPECT_EQ(pair.coincidences, 2U);
   EXPECT_TRUE(pair.offset.valid);
   EXPECT_EQ(pair.offset.offset_ps, 0);
@@ -170,7 +176,7 @@ TEST(PairAnalysis, WindowOfZeroStillCountsEqualTimes) {
 
 TEST(PairAnalysis, NegativeWindowFindsNothing) {
   for (const std::int64_t window : {std::int64_t{-1}, std::int64_t{-1000}, smallest}) {
-    const PairAnalysis pair = analyse_pair({1, 2, 3}, {2, 3, 4}, window);
+    const PairAnalysis pair = analyse({1, 2, 3}, {2, 3, 4}, window);
     EXPECT_EQ(pair.coincidences, 0U);
     EXPECT_FALSE(pair.offset.valid);
     EXPECT_EQ(pair.peak.count, 0);
@@ -180,7 +186,7 @@ TEST(PairAnalysis, NegativeWindowFindsNothing) {
 
 TEST(PairAnalysis, FindsPartnersOneClockPeriodAway) {
   const PairAnalysis pair =
-      analyse_pair({0, 100'000, 200'000}, {0, 3333, 100'000, 196'667, 200'000}, 4000);
+      analyse({0, 100'000, 200'000}, {0, 3333, 100'000, 196'667, 200'000}, 4000);
   EXPECT_EQ(pair.coincidences, 3U);
   EXPECT_TRUE(pair.offset.valid);
   EXPECT_EQ(pair.offset.offset_ps, 0);
@@ -199,7 +205,7 @@ TEST(PairAnalysis, FindsPartnersOneClockPeriodAway) {
 
 TEST(PairAnalysis, CentresAreRelativeToTheOffset) {
   // Differences 500, 500 and 508: one bin of 8 ps after the offset.
-  const PairAnalysis pair = analyse_pair({0, 100'000, 200'000}, {500, 100'500, 200'508}, 1000);
+  const PairAnalysis pair = analyse({0, 100'000, 200'000}, {500, 100'500, 200'508}, 1000);
   EXPECT_EQ(pair.offset.offset_ps, 500);
   EXPECT_EQ(pair.peak.count, 2);
   EXPECT_EQ(pair.peak.center_ps, 0);
@@ -207,14 +213,14 @@ TEST(PairAnalysis, CentresAreRelativeToTheOffset) {
 }
 
 TEST(PairAnalysis, KeepsTheArrivalOrderForCoincidencesOnly) {
-  const PairAnalysis pair = analyse_pair({100'000, 0}, {0, 100'000}, 10);
+  const PairAnalysis pair = analyse({100'000, 0}, {0, 100'000}, 10);
   EXPECT_EQ(pair.coincidences, 1U);
   EXPECT_EQ(pair.peak.count, 2);
 }
 
 TEST(PairAnalysis, AHistogramBeyondMemoryIsAnError) {
-  EXPECT_THROW(analyse_pair({1}, {1}, largest), std::runtime_error);
-  EXPECT_THROW(analyse_pair({1}, {1}, std::int64_t{1} << 62), std::runtime_error);
+  EXPECT_THROW(analyse({1}, {1}, largest), std::runtime_error);
+  EXPECT_THROW(analyse({1}, {1}, std::int64_t{1} << 62), std::runtime_error);
 }
 
 TEST(PairAnalysis, AgreesWithThePlainRoutines) {
@@ -223,7 +229,7 @@ TEST(PairAnalysis, AgreesWithThePlainRoutines) {
     const Times a = random.list(random.below(100));
     const Times b = random.partner_of(a, random.below(100));
     const std::int64_t window = random.between(-3, 5000);
-    const PairAnalysis pair = analyse_pair(a, b, window);
+    const PairAnalysis pair = analyse(a, b, window);
     const auto offset = zelk::reference::offset_estimate(a, b, window);
     const auto plain = zelk::reference::xcorr_histogram(a, b, window, 8, offset.value_or(0));
     zelk::reference::Pairs top = zelk::reference::ranking(plain);
