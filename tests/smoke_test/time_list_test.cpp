@@ -129,6 +129,40 @@ TEST(TimeList, BeyondTheAddressSpaceThrowsAndStaysAsItIs) {
 
 #endif
 
+// Memory that looks at what is prepared: whole MiB inside it, each once.
+struct WatchedMemory {
+  static inline std::uintptr_t begin = 0;
+  static inline std::size_t size = 0;
+  static inline std::size_t prepared = 0;
+
+  static void* resize(void* memory, std::size_t old_bytes, std::size_t bytes) {
+    void* const grown = CopiedMemory::resize(memory, old_bytes, bytes);
+    begin = reinterpret_cast<std::uintptr_t>(grown);
+    size = bytes;
+    return grown;
+  }
+  static void prepare(void* memory, std::size_t bytes) {
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) - begin, prepared);
+    EXPECT_EQ(bytes % (std::size_t{1} << 20), 0U);
+    prepared += bytes;
+    EXPECT_LE(prepared, size);
+  }
+};
+
+TEST(TimeList, PreparesItsMemoryAtMostAMebibyteAhead) {
+  BasicTimeList<WatchedMemory> list;
+  for (std::size_t i = 0; i < 300; ++i) {
+    append(list, 0, 10'007);
+    const std::size_t bytes = list.size() * sizeof(std::int64_t);
+    if (i < 10) {
+      EXPECT_EQ(WatchedMemory::prepared, 0U);  // a short list takes what it writes
+    } else if (i > 20) {
+      EXPECT_GE(WatchedMemory::prepared, bytes);
+      EXPECT_LT(WatchedMemory::prepared, bytes + (std::size_t{1} << 20));
+    }
+  }
+}
+
 // Memory that ends at 8 MiB, and tells how much of it is in use.
 struct ScarceMemory {
   static inline std::size_t in_use = 0;
@@ -140,6 +174,7 @@ struct ScarceMemory {
     in_use += bytes - old_bytes;
     return CopiedMemory::resize(memory, old_bytes, bytes);
   }
+  static void prepare(void* /*memory*/, std::size_t /*bytes*/) {}
 };
 
 TEST(TimeList, KeepsWhatItHasWhenMemoryEnds) {
