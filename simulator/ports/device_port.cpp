@@ -122,6 +122,7 @@ DevicePort parse_device_port(std::string_view port) {
   parsed.start_epoch_ms = take_number(query, key_row("start_epoch"));
   parsed.bin_nonuniformity = take_number(query, key_row("bin_nonuniformity_percent")) / 100;
   take_link(query, parsed.link);
+  parsed.prepared_ps = std::llround(take_number(query, key_row("prepared_s")) * 1e12);
   parsed.start_bits = static_cast<std::uint32_t>(take_whole(query, key_row("start_bits")));
   parsed.faults = take_fault_plan(query);
   parsed.external_reference =

@@ -53,6 +53,7 @@ struct DevicePort {
   double bin_nonuniformity = 0;
 
   LinkSettings link;
+  std::int64_t prepared_ps = 0;  // length of a stream that is made at its start; 0: none is
   std::uint32_t start_bits = 0;  // missing at the front of each packed_delta stream
   ExternalReference external_reference = ExternalReference::none;
   FaultPlan faults{};

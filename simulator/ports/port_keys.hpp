@@ -46,6 +46,9 @@ struct PortKey {
 // The most bits that can be missing at the front of a stream.
 inline constexpr std::int64_t max_start_bits = 1'000'000;
 
+// The most memory that the bytes of a prepared stream may take.
+inline constexpr std::int64_t max_prepared_bytes = std::int64_t{1} << 30;
+
 // The latest moment of a fault.
 inline constexpr std::int64_t max_fault_s = 1'000'000;
 
@@ -328,6 +331,15 @@ inline constexpr auto port_keys = std::to_array<PortKey>({
      .unit = "bits",
      .standard = "0",
      .meaning = "number of bits that are missing at the front of each packed_delta stream"},
+    {.name = "prepared_s",
+     .ports = ports::every_unit,
+     .kind = KeyKind::number,
+     .lowest = 0,
+     .highest = 3600,
+     .unit = "s",
+     .standard = "0",
+     .meaning = "length of the stream, all of which is made when it starts and takes at most "
+                "1073741824 bytes; 0: bytes are made as they are read, without an end"},
 
     // Faults.
     {.name = "fail",

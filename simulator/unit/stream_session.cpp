@@ -1,65 +1,33 @@
 #include "simulator/unit/stream_session.hpp"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
+#include <limits>
 #include <thread>
 #include <utility>
 
 namespace zelk::simulator {
 namespace {
 
-// At most this much is made for one read, however large the host's buffer.
-constexpr std::size_t max_read_bytes = std::size_t{1} << 18;
-
 // Events between two looks at the clock, so that a signal that makes no tags
 // cannot hold a read beyond its time-out.
-constexpr unsigned events_per_look = 4096;
-
-// Sizes of short reads: around packets and records, and across both.
-constexpr std::array<std::size_t, 12> short_read_bytes{1,  2,   3,   5,   7,    13,
-                                                       63, 257, 511, 513, 1021, 4099};
-
-std::size_t whole_packets(std::size_t bytes) {
-  return bytes < usb_packet_bytes ? bytes : bytes - bytes % usb_packet_bytes;
-}
+constexpr std::size_t events_per_look = 4096;
 
 }  // namespace
 
 StreamSession::StreamSession(Signal signal, const FrontEndSettings& front_end,
                              std::unique_ptr<StreamEncoder> encoder, const LinkSettings& link,
                              std::uint64_t read_seed)
-    : source_(std::move(signal.source)),
-      clock_(signal.pace, signal.origin_ps, Clock::now()),
-      time_base_(signal.time_base),
-      front_end_(front_end),
-      encoder_(std::move(encoder)),
-      short_reads_(link.short_reads),
-      read_sizes_(read_seed) {
-  if (signal.pace == Pace::real_time) {
-    link_.emplace(link, signal.origin_ps);
-    next_tick_ps_ = clock_.tick_after_ps(signal.origin_ps);
-  }
-}
-
-void StreamSession::write(const Event& event) {
-  timing::TimeTag tag;
-  if (!front_end_.detect(event, time_base_.shown_at(event.time_ps), tag) ||
-      (link_ && !link_->has_room())) {
-    return;
-  }
-  WaitingBytes::Bytes& bytes = bytes_.tail();
-  const std::size_t before = bytes.size();
-  encoder_->append(tag, bytes);
-  if (link_) {
-    link_->write(bytes.size() - before);
-  }
-}
+    : clock_(signal.pace, signal.origin_ps, Clock::now()),
+      link_(signal.pace == Pace::real_time
+                ? std::optional<Link>(std::in_place, link, signal.origin_ps)
+                : std::nullopt),
+      next_tick_ps_(clock_.tick_after_ps(signal.origin_ps)),
+      maker_(std::move(signal), front_end, std::move(encoder)),
+      read_sizes_(link.short_reads, read_seed) {}
 
 void StreamSession::flush() {
-  WaitingBytes::Bytes& bytes = bytes_.tail();
-  const std::size_t before = bytes.size();
-  encoder_->flush(bytes);
+  const std::size_t before = bytes_.size();
+  maker_.flush(bytes_.tail());
   if (link_) {
     link_->write(bytes.size() - before);
   }
@@ -77,36 +45,50 @@ void StreamSession::fill_real_time(Clock::time_point deadline) {
 // The latency timer completes the last byte at every tick, whether a read looks
 // at it or not, so that the stream's bytes do not depend on the reads.
 void StreamSession::make_events(std::int64_t before_ps, Clock::time_point deadline) {
-  unsigned events = 0;
-  for (const Event* event = source_->peek(); event != nullptr && event->time_ps < before_ps;
-       event = source_->peek()) {
-    if (event->time_ps >= next_tick_ps_) {
-      flush();
-      next_tick_ps_ = clock_.tick_after_ps(event->time_ps);
+  std::size_t events = 0;  // since the last look at the clock
+  for (;;) {
+    const std::size_t made = maker_.make(std::min(before_ps, next_tick_ps_), bytes_.tail(), *link_);
+    if (made == 0 && !begin_tick(before_ps)) {
+      break;
     }
-    link_->advance_to(event->time_ps);
-    write(*event);
-    source_->pop();
-    if (++events % events_per_look == 0 && Clock::now() >= deadline) {
-      return;
+    events += made;
+    if (events >= events_per_look) {
+      events = 0;
+      if (Clock::now() >= deadline) {
+        return;
+      }
     }
   }
   flush();
   link_->advance_to(before_ps);
 }
 
+// Goes on to the tick of the next event, when that comes before `before_ps`.
+bool StreamSession::begin_tick(std::int64_t before_ps) {
+  const std::optional<std::int64_t> event_ps = maker_.next_event_ps();
+  if (!event_ps || *event_ps >= before_ps) {
+    return false;
+  }
+  flush();
+  next_tick_ps_ = clock_.tick_after_ps(*event_ps);
+  return true;
+}
+
 void StreamSession::fill_as_read(std::size_t wanted_bytes, Clock::time_point deadline) {
-  unsigned events = 0;
+  constexpr std::int64_t endless_ps = std::numeric_limits<std::int64_t>::max();
+  std::size_t events = 0;  // since the last look at the clock
   while (readable() < wanted_bytes) {
-    const Event* const event = source_->peek();
-    if (event == nullptr) {
+    const std::size_t made = maker_.make(endless_ps, bytes_.tail());
+    if (made == 0) {
       flush();
       return;
     }
-    write(*event);
-    source_->pop();
-    if (++events % events_per_look == 0 && Clock::now() >= deadline) {
-      return;
+    events += made;
+    if (events >= events_per_look) {
+      events = 0;
+      if (Clock::now() >= deadline) {
+        return;
+      }
     }
   }
 }
@@ -116,14 +98,7 @@ std::size_t StreamSession::readable() const {
 }
 
 std::size_t StreamSession::hand_over(std::span<std::uint8_t> buffer) {
-  std::size_t count = std::min(buffer.size(), readable());
-  if (count == 0) {
-    return 0;
-  }
-  if (short_reads_) {
-    const double place = read_sizes_.uniform() * static_cast<double>(short_read_bytes.size());
-    count = std::min(count, short_read_bytes[static_cast<std::size_t>(std::ceil(place)) - 1]);
-  }
+  const std::size_t count = read_sizes_.next(std::min(buffer.size(), readable()));
   if (link_) {
     link_->read(count);
   }
@@ -144,14 +119,13 @@ StreamSession::Clock::time_point StreamSession::next_arrival(Clock::time_point d
   if (link_ && !link_->is_empty()) {
     return std::min(deadline, clock_.visible_at(clock_.visible_before_ps(Clock::now())));
   }
-  const Event* const event = source_->peek();
-  return event == nullptr ? deadline : std::min(deadline, clock_.visible_at(event->time_ps));
+  const std::optional<std::int64_t> event_ps = maker_.next_event_ps();
+  return event_ps ? std::min(deadline, clock_.visible_at(*event_ps)) : deadline;
 }
 
 std::size_t StreamSession::read(std::span<std::uint8_t> buffer, std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
-  const std::span<std::uint8_t> room =
-      buffer.first(whole_packets(std::min(buffer.size(), max_read_bytes)));
+  const std::span<std::uint8_t> room = ReadSizes::room_in(buffer);
   for (;;) {
     if (link_) {
       fill_real_time(deadline);

@@ -15,6 +15,8 @@
 #include "simulator/signals/calibration_source.hpp"
 #include "simulator/signals/merged_source.hpp"
 #include "simulator/signals/random_numbers.hpp"
+#include "simulator/unit/prepared_stream.hpp"
+#include "simulator/unit/stream_session.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -89,7 +91,7 @@ Unit::Unit(DevicePort port)
 // Settings are not taken while a stream runs, and neither is another start.
 void Unit::expect_idle(CallKind request) const {
   const CallShape& shape = shape_of(request);
-  if (session_ && (shape.is_setting || request == CallKind::start_stream_mode)) {
+  if (stream_ && (shape.is_setting || request == CallKind::start_stream_mode)) {
     throw Failure(Status::busy, std::string(shape.name) + ": stop the stream first");
   }
 }
@@ -152,7 +154,7 @@ qx_status Unit::call(DeviceCall& call) {
       start_stream(low_word(in[0]), low_word(in[1]));
       return 0;
     case CallKind::stop_stream_mode:
-      session_.reset();
+      stream_.reset();
       return 0;
     case CallKind::open:
     case CallKind::read_stream_bytes:
@@ -209,17 +211,25 @@ void Unit::start_stream(std::uint32_t mode, std::uint32_t flags) {
     throw Failure(Status::out_of_range, "stream flags " + number(flags) + ": only 0 is known");
   }
   const auto stream_mode = static_cast<timing::StreamMode>(mode);
-  session_.emplace(signal_for(stream_mode), front_end_,
-                   encoder_for(format_, stream_mode, packed_delta_, port_.start_bits), port_.link,
-                   stream_seed(port_.seed, RandomPurpose::read_sizes));
+  std::unique_ptr<StreamEncoder> encoder =
+      encoder_for(format_, stream_mode, packed_delta_, port_.start_bits);
+  const std::uint64_t read_seed = stream_seed(port_.seed, RandomPurpose::read_sizes);
+  if (port_.prepared_ps > 0) {
+    stream_ =
+        std::make_unique<PreparedStream>(signal_for(stream_mode), front_end_, std::move(encoder),
+                                         port_.prepared_ps, port_.link, read_seed);
+  } else {
+    stream_ = std::make_unique<StreamSession>(signal_for(stream_mode), front_end_,
+                                              std::move(encoder), port_.link, read_seed);
+  }
 }
 
 qx_status Unit::read(std::span<std::uint8_t> buffer, std::size_t& received, int timeout_ms) {
   received = 0;
-  if (!session_) {
+  if (!stream_) {
     throw not_streaming();
   }
-  received = session_->read(buffer, std::chrono::milliseconds(std::max(timeout_ms, 0)));
+  received = stream_->read(buffer, std::chrono::milliseconds(std::max(timeout_ms, 0)));
   if (received == 0 && !buffer.empty()) {
     throw nothing_arrived();
   }

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <span>
 
 #include "simulator/device_backend.hpp"
@@ -13,8 +13,8 @@
 #include "simulator/ports/device_port.hpp"
 #include "simulator/reference_clock.hpp"
 #include "simulator/unit/front_end.hpp"
+#include "simulator/unit/running_stream.hpp"
 #include "simulator/unit/scenario.hpp"
-#include "simulator/unit/stream_session.hpp"
 #include "timing/c_api/zelk_timing.h"
 #include "timing/time_tag.hpp"
 
@@ -50,7 +50,7 @@ class Unit final : public DeviceBackend {
   PackedDeltaSettings packed_delta_;
   std::uint32_t calibration_divider_;
   bool calibration_enabled_ = false;
-  std::optional<StreamSession> session_;  // while streaming
+  std::unique_ptr<RunningStream> stream_;  // while streaming
 };
 
 }  // namespace zelk::simulator

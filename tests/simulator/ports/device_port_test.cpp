@@ -114,7 +114,7 @@ TEST(DevicePort, EveryUnitTakesWhatIsAroundItsSignal) {
         "pace=max&seed=9&background_hz=1,2,3,4&amplitude_v=0,1,2,3&efficiency=0.5"
         "&detector_dead_time_ps=20000&afterpulse_percent=5&afterpulse_tau_ps=1e4&drift_ppm=-2.5"
         "&start_epoch=0.5&bin_nonuniformity_percent=40&fifo_bytes=1024&link_bytes_per_s=5000"
-        "&host_buffer_bytes=8192&short_reads=1&start_bits=3");
+        "&host_buffer_bytes=8192&short_reads=1&start_bits=3&prepared_s=0.25");
     EXPECT_EQ(unit.pace, Pace::as_read);
     EXPECT_EQ(unit.seed, 9U);
     EXPECT_EQ(unit.background_hz, (ChannelNumbers{1, 2, 3, 4}));
@@ -131,6 +131,7 @@ TEST(DevicePort, EveryUnitTakesWhatIsAroundItsSignal) {
                                        .host_buffer_bytes = 8192,
                                        .short_reads = true}));
     EXPECT_EQ(unit.start_bits, 3U);
+    EXPECT_EQ(unit.prepared_ps, 250'000'000'000);
   }
 }
 
@@ -151,6 +152,7 @@ TEST(DevicePort, DefaultsAreThoseOfTheParts) {
   const DevicePort unit = parse_device_port("ftdi://");
   EXPECT_EQ(unit.detector, DetectorSettings{});
   EXPECT_EQ(unit.link, LinkSettings{});
+  EXPECT_EQ(unit.prepared_ps, 0);
   EXPECT_EQ(unit.background_hz, ChannelNumbers{});
   EXPECT_EQ(unit.bin_nonuniformity, 0);
   EXPECT_EQ(unit.start_epoch_ms, 0);
