@@ -191,8 +191,9 @@ std::vector<TimeTag> decode_words(PendingBytes& waiting, Delta32State& kept) {
 
 }  // namespace
 
-std::vector<TimeTag> StreamDecoder::feed_delta32() {
-  return decode_words(*this, *this);
+void StreamDecoder::feed_delta32(FreshBytes fresh, std::vector<TimeTag>& tags) {
+  pending.insert(pending.end(), fresh.begin(), fresh.end());
+  tags = decode_words(*this, *this);
 }
 
 }  // namespace zelk::timing

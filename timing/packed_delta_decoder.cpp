@@ -266,12 +266,14 @@ bool judge_balance(Batch& batch) {
 
 }  // namespace
 
-std::vector<TimeTag> StreamDecoder::feed_packed_delta() {
+void StreamDecoder::feed_packed_delta(FreshBytes fresh, std::vector<TimeTag>& tags) {
+  tags.clear();
+  pending.insert(pending.end(), fresh.begin(), fresh.end());
   if (packed_bits < packed::min_payload_bits || packed_bits > packed::max_payload_bits) {
-    return {};
+    return;
   }
   if (!packed_locked && !lock_packed_alignment()) {
-    return {};
+    return;
   }
   PackedLock& kept = *this;
   PackedLock lock = kept;
@@ -299,7 +301,7 @@ std::vector<TimeTag> StreamDecoder::feed_packed_delta() {
     consume_packed_records(taken);
     drop_packed_lock();
   }
-  return std::move(batch.tags);
+  tags = std::move(batch.tags);
 }
 
 }  // namespace zelk::timing

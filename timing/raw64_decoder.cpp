@@ -1,9 +1,12 @@
 // The raw64 path: absolute 8-byte records, found again byte by byte after
 // anything that is not a record.
+#include <algorithm>
 #include <cctype>
 #include <span>
 
 #include "timing/detail/byte_order.hpp"
+#include "timing/detail/call_bytes.hpp"
+#include "timing/detail/tag_writer.hpp"
 #include "timing/detail/wrapping.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
@@ -11,13 +14,16 @@
 namespace zelk::timing {
 namespace {
 
+using detail::CallBytes;
 using detail::load_be64;
+using detail::TagWriter;
 using detail::wrap_add;
 using detail::wrap_mul;
 using detail::wrap_sub;
 
 namespace raw64 = wire::raw64;
 
+using Bytes = std::span<const std::uint8_t>;
 using FineCorrections = std::span<const std::int64_t>;
 
 std::uint8_t channel_of(std::uint64_t word) {
@@ -90,35 +96,60 @@ std::int64_t unwrap(Raw64State& state, const Record& record) {
   return wrap_add(static_cast<std::int64_t>(record.count), offset);
 }
 
+// Decodes from `next` on and returns where less than a record is left.
+//
+// The inner loop ends at the first word that is no record, and has no other
+// test per record than that: room for the tags is made beforehand. Together with
+// reading the caller's bytes in place this takes half the time of a push_back
+// per record.
 template <typename Record>
-std::vector<TimeTag> decode_records(PendingBytes& waiting, Raw64State& kept,
-                                    FineCorrections corrections) {
-  Raw64State state = kept;
-  std::vector<TimeTag> tags;
-  const std::uint8_t* const begin = waiting.pending.data();
-  const std::uint8_t* const end = begin + waiting.pending.size();
-  const std::uint8_t* next = begin;
-  while (static_cast<std::size_t>(end - next) >= raw64::record_bytes) {
-    const std::uint64_t word = load_be64(next);
-    if (Record::matches(word)) {
-      const Record record(word);
-      tags.push_back({record.channel, record.time_ps(unwrap(state, record), corrections)});
-      next += raw64::record_bytes;
-    } else {
+std::size_t decode_records(Bytes bytes, std::size_t next, Raw64State& state,
+                           FineCorrections corrections, TagWriter& tags) {
+  while (bytes.size() - next >= raw64::record_bytes) {
+    if (!Record::matches(load_be64(&bytes[next]))) {
       ++next;
+      continue;
     }
+    tags.make_room();
+    TimeTag* tag = tags.next();
+    std::size_t left = std::min(tags.room(), (bytes.size() - next) / raw64::record_bytes);
+    const std::uint8_t* position = &bytes[next];
+    for (; left != 0; --left) {
+      const std::uint64_t word = load_be64(position);
+      if (!Record::matches(word)) {
+        break;
+      }
+      const Record record(word);
+      *tag++ = {record.channel, record.time_ps(unwrap(state, record), corrections)};
+      position += raw64::record_bytes;
+    }
+    next = static_cast<std::size_t>(position - bytes.data());
+    tags.written_to(tag);
   }
+  return next;
+}
+
+template <typename Record>
+void decode_call(CallBytes& bytes, Raw64State& kept, FineCorrections corrections,
+                 std::vector<TimeTag>& list) {
+  TagWriter tags(list);
+  Raw64State state = kept;
+  std::size_t next = decode_records<Record>(bytes.seam(), 0, state, corrections, tags);
+  next = decode_records<Record>(bytes.body(), next - bytes.overlap(), state, corrections, tags);
+  bytes.keep_from(next);
   kept = state;
-  waiting.erase_front(static_cast<std::size_t>(next - begin));
-  return tags;
+  tags.commit();
 }
 
 }  // namespace
 
-std::vector<TimeTag> StreamDecoder::feed_raw64() {
-  return selects_coarse_fine(timestamp_layout)
-             ? decode_records<CoarseFineRecord>(*this, *this, fine_correction_ps)
-             : decode_records<PicosecondRecord>(*this, *this, fine_correction_ps);
+void StreamDecoder::feed_raw64(FreshBytes fresh, std::vector<TimeTag>& tags) {
+  CallBytes bytes(pending, fresh, pending.size() < raw64::record_bytes);
+  if (selects_coarse_fine(timestamp_layout)) {
+    decode_call<CoarseFineRecord>(bytes, *this, fine_correction_ps, tags);
+  } else {
+    decode_call<PicosecondRecord>(bytes, *this, fine_correction_ps, tags);
+  }
 }
 
 }  // namespace zelk::timing

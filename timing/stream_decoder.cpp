@@ -20,18 +20,41 @@ StreamDecoder::StreamDecoder(const StreamFileHeader& header) : StreamDescription
 }
 
 std::vector<TimeTag> StreamDecoder::feed(const std::uint8_t* data, std::size_t size) {
-  if (data != nullptr && size != 0) {
-    pending.insert(pending.end(), data, data + size);
-  }
+  std::vector<TimeTag> tags;
+  feed(data, size, tags);
+  return tags;
+}
+
+void StreamDecoder::feed(const std::uint8_t* data, std::size_t size, std::vector<TimeTag>& tags) {
+  const FreshBytes fresh(data, data != nullptr ? size : 0);
   switch (format) {
     case Format::raw64:
-      return feed_raw64();
+      return feed_raw64(fresh, tags);
     case Format::delta32:
-      return feed_delta32();
+      return feed_delta32(fresh, tags);
     case Format::packed_delta:
-      return feed_packed_delta();
+      return feed_packed_delta(fresh, tags);
   }
-  return {};
+  tags.clear();
+  pending.insert(pending.end(), fresh.begin(), fresh.end());
+}
+
+std::vector<TimeTag> StreamDecoder::feed_raw64() {
+  std::vector<TimeTag> tags;
+  feed_raw64({}, tags);
+  return tags;
+}
+
+std::vector<TimeTag> StreamDecoder::feed_delta32() {
+  std::vector<TimeTag> tags;
+  feed_delta32({}, tags);
+  return tags;
+}
+
+std::vector<TimeTag> StreamDecoder::feed_packed_delta() {
+  std::vector<TimeTag> tags;
+  feed_packed_delta({}, tags);
+  return tags;
 }
 
 }  // namespace zelk::timing

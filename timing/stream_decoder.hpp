@@ -4,8 +4,8 @@
 // One decoder serves one stream from start to end and belongs to one thread;
 // nothing is ever reset from outside. Bad stream data never throws: it is
 // skipped, resynchronised over, or costs the lock. A call that runs out of memory
-// throws std::bad_alloc and has decoded nothing: whatever it was about to decode
-// is still pending.
+// throws std::bad_alloc and has decoded nothing: its bytes are either all pending
+// or not taken at all, which the size of `pending` tells.
 //
 // The decoder is put together from what it knows: the description of the stream,
 // the bytes waiting, and the state of each format. All of it is public so that
@@ -16,6 +16,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -124,6 +125,10 @@ class StreamDecoder : public StreamDescription,
   // order. feed(nullptr, 0) decodes what is pending without adding anything.
   std::vector<TimeTag> feed(const std::uint8_t* data, std::size_t size);
 
+  // The same into a list of the caller's: it is cleared, then filled. Its memory
+  // is used again, so that a list that serves many calls is the fast way.
+  void feed(const std::uint8_t* data, std::size_t size, std::vector<TimeTag>& tags);
+
   // The paths behind feed(), one per format; each decodes what is pending.
   std::vector<TimeTag> feed_raw64();
   std::vector<TimeTag> feed_delta32();
@@ -144,6 +149,11 @@ class StreamDecoder : public StreamDescription,
   void packed_debug_log(const std::string& message) const;
 
  private:
+  using FreshBytes = std::span<const std::uint8_t>;
+
+  void feed_raw64(FreshBytes fresh, std::vector<TimeTag>& tags);
+  void feed_delta32(FreshBytes fresh, std::vector<TimeTag>& tags);
+  void feed_packed_delta(FreshBytes fresh, std::vector<TimeTag>& tags);
   PackedAlignment find_packed_alignment(int bits, PackedAlignmentSearch& search) const;
   bool lock_packed_alignment();
 
