@@ -105,7 +105,7 @@ void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::si
     if (!received) {
       continue;
     }
-    tags = decoder.feed(buffer.data(), *received);
+    decoder.feed(buffer.data(), *received, tags);
     if (!tags.empty()) {
       append(tags);
     }

@@ -13,7 +13,7 @@
 #include "simulator/signals/signal_source.hpp"
 #include "simulator/unit/front_end.hpp"
 #include "simulator/unit/link.hpp"
-#include "simulator/unit/scenario.hpp"
+#include "simulator/unit/signal.hpp"
 #include "simulator/unit/time_base.hpp"
 
 namespace zelk::simulator {

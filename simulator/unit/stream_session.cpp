@@ -29,7 +29,7 @@ void StreamSession::flush() {
   const std::size_t before = bytes_.size();
   maker_.flush(bytes_.tail());
   if (link_) {
-    link_->write(bytes.size() - before);
+    link_->write(bytes_.size() - before);
   }
 }
 
