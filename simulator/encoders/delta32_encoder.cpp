@@ -21,11 +21,13 @@ void append_control(std::uint32_t subtype, std::uint64_t payload,
                     bytes);
 }
 
+std::uint32_t tag_word(std::uint8_t channel, std::uint64_t payload) {
+  return std::uint32_t{channel} << delta32::channel_shift |
+         delta32::tag_kind << delta32::kind_shift | static_cast<std::uint32_t>(payload);
+}
+
 void append_tag(std::uint8_t channel, std::uint64_t payload, std::vector<std::uint8_t>& bytes) {
-  append_big_endian(std::uint32_t{channel} << delta32::channel_shift |
-                        delta32::tag_kind << delta32::kind_shift |
-                        static_cast<std::uint32_t>(payload),
-                    bytes);
+  append_big_endian(tag_word(channel, payload), bytes);
 }
 
 void append_delta(std::uint8_t channel, std::uint64_t delta_ps, std::vector<std::uint8_t>& bytes) {
@@ -48,11 +50,60 @@ void append_with_base(const timing::TimeTag& tag, std::int64_t base_ps,
   append_tag(tag.channel, static_cast<std::uint64_t>(tag.timestamp_ps - base_ps), bytes);
 }
 
+std::int64_t epoch_end_ps(std::int64_t time_ps) {
+  return (time_ps / timing::coarse_epoch_ps + 1) * timing::coarse_epoch_ps;
+}
+
 bool crosses_epoch(std::int64_t from_ps, std::int64_t to_ps) {
   return from_ps / timing::coarse_epoch_ps != to_ps / timing::coarse_epoch_ps;
 }
 
 }  // namespace
+
+bool Delta32Encoder::Channel::is_near(const timing::TimeTag& tag) const {
+  return tag.timestamp_ps < near_end_ps && tag.timestamp_ps - origin_ps - last_ps < payload_span_ps;
+}
+
+// Epochs count from the channel's origin and from the unit's own.
+void Delta32Encoder::Channel::find_near_end() {
+  near_end_ps = std::min({(base_slot + 1) * base_interval_ps, origin_ps + epoch_end_ps(last_ps),
+                          epoch_end_ps(origin_ps + last_ps)});
+}
+
+void Delta32Encoder::append_all(std::span<const timing::TimeTag> tags,
+                                std::vector<std::uint8_t>& bytes) {
+  while (!tags.empty()) {
+    std::size_t done = append_near(tags, bytes);
+    if (done == 0) {
+      append(tags.front(), bytes);
+      done = 1;
+    }
+    tags = tags.subspan(done);
+  }
+}
+
+// Appends tags up to the first that is not near, of one block at most. Returns
+// their number.
+std::size_t Delta32Encoder::append_near(std::span<const timing::TimeTag> tags,
+                                        std::vector<std::uint8_t>& bytes) {
+  std::array<std::uint8_t, tags_per_block * delta32::word_bytes> block;
+  std::uint8_t* end = block.data();
+  std::size_t done = 0;
+  for (const timing::TimeTag& tag : tags.first(std::min(tags.size(), tags_per_block))) {
+    Channel& channel = channels_[tag.channel];
+    if (!channel.is_near(tag)) {
+      break;
+    }
+    const std::int64_t time_ps = tag.timestamp_ps - channel.origin_ps;
+    put_big_endian(tag_word(tag.channel, static_cast<std::uint64_t>(time_ps - channel.last_ps)),
+                   end);
+    channel.last_ps = time_ps;
+    end += delta32::word_bytes;
+    ++done;
+  }
+  bytes.insert(bytes.end(), block.data(), end);
+  return done;
+}
 
 void Delta32Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) {
   Channel& channel = channels_[tag.channel];
@@ -61,6 +112,7 @@ void Delta32Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t
     channel.origin_ps = tag.timestamp_ps / timing::counter_span_ps * timing::counter_span_ps;
     channel.last_ps = tag.timestamp_ps - channel.origin_ps;
     channel.base_slot = tag.timestamp_ps / base_interval_ps;
+    channel.find_near_end();
     append_with_base(tag, tag.timestamp_ps, bytes);
     return;
   }
@@ -86,6 +138,9 @@ void Delta32Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t
     channel.base_slot = slot;
   }
   channel.last_ps = time_ps;
+  if (tag.timestamp_ps >= channel.near_end_ps) {
+    channel.find_near_end();
+  }
 }
 
 }  // namespace zelk::simulator

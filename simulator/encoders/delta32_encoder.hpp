@@ -34,7 +34,9 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "simulator/encoders/stream_encoder.hpp"
@@ -46,14 +48,24 @@ class Delta32Encoder final : public StreamEncoder {
   static constexpr std::int64_t base_interval_ps = 10'000'000'000;
 
   void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) override;
+  void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) override;
 
  private:
+  // Nearly all tags of a busy stream are near: one word says the step, with no
+  // base due and no end of an epoch between. With a near_end_ps of 0 the first
+  // tag never is.
   struct Channel {
+    [[nodiscard]] bool is_near(const timing::TimeTag& tag) const;
+    void find_near_end();
+
     bool started = false;
-    std::int64_t origin_ps = 0;  // lost by the first base: whole counter spans
-    std::int64_t last_ps = 0;    // time of the last tag sent, since origin_ps
-    std::int64_t base_slot = 0;  // the 10 ms of stream time with the last base
+    std::int64_t origin_ps = 0;    // lost by the first base: whole counter spans
+    std::int64_t last_ps = 0;      // time of the last tag sent, since origin_ps
+    std::int64_t base_slot = 0;    // the 10 ms of stream time with the last base
+    std::int64_t near_end_ps = 0;  // stream time of the next slot or end of an epoch
   };
+
+  std::size_t append_near(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes);
 
   std::array<Channel, timing::channel_count> channels_{};
 };

@@ -73,6 +73,49 @@ void PackedDeltaEncoder::append(const timing::TimeTag& tag, std::vector<std::uin
   append_far(tag, time, bytes);
 }
 
+void PackedDeltaEncoder::append_all(std::span<const timing::TimeTag> tags,
+                                    std::vector<std::uint8_t>& bytes) {
+  while (!tags.empty()) {
+    std::size_t done = append_near(tags, bytes);
+    if (done == 0) {
+      append(tags.front(), bytes);
+      done = 1;
+    }
+    tags = tags.subspan(done);
+  }
+}
+
+// Appends tags that leave by the short way, up to the first that does not and of
+// one block at most. Returns their number.
+std::size_t PackedDeltaEncoder::append_near(std::span<const timing::TimeTag> tags,
+                                            std::vector<std::uint8_t>& bytes) {
+  if (!writer_.is_under_way()) {
+    return 0;
+  }
+  constexpr std::size_t max_record_bytes = 5;  // 31 bits of payload and the header
+  std::array<std::uint8_t, tags_per_block * max_record_bytes + 8> memory;
+  BitWriter::Block block(writer_, memory.data());
+  std::size_t done = 0;
+  for (const timing::TimeTag& tag : tags.first(std::min(tags.size(), tags_per_block))) {
+    Channel& channel = channels_[tag.channel];
+    const Ticks time = (tag.timestamp_ps >> shift_) - channel.origin;
+    const Ticks step = time - channel.last;
+    if (step <= 0 || step > max_payload_ || time >= channel.epoch_end ||
+        tag.timestamp_ps >= channel.slot_end_ps) {
+      break;
+    }
+    block.put(std::uint64_t{tag.channel} << (payload_bits_ + 1) | static_cast<std::uint64_t>(step),
+              width_);
+    channel.last = time;
+    ++done;
+  }
+  bytes.insert(bytes.end(), memory.data(), block.finish());
+  if (done != 0) {
+    last_channel_ = tags[done - 1].channel;
+  }
+  return done;
+}
+
 // Records of an even width cannot complete every byte of a stream that began
 // in the middle of one.
 void PackedDeltaEncoder::flush(std::vector<std::uint8_t>& bytes) {

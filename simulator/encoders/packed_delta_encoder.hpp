@@ -45,6 +45,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "simulator/encoders/stream_encoder.hpp"
@@ -71,6 +72,45 @@ class BitWriter {
       bytes.push_back(static_cast<std::uint8_t>(waiting_ >> waiting_bits_));
     }
   }
+
+  // Whether all that is put from now on is written.
+  [[nodiscard]] bool is_under_way() const { return to_discard_ == 0; }
+
+  // Puts fields into memory of their own instead of a vector. It works on a copy
+  // of the writer's state, which finish() writes back. The writer is under way
+  // and not used before that.
+  class Block {
+   public:
+    // `bytes` has room for all that is put, and seven bytes more.
+    Block(BitWriter& writer, std::uint8_t* bytes)
+        : writer_(writer),
+          waiting_(writer.waiting_),
+          waiting_bits_(writer.waiting_bits_),
+          end_(bytes) {}
+
+    // Eight bytes are always written, and those count that are complete: so
+    // nothing has to be decided.
+    void put(std::uint64_t value, int width) {
+      waiting_ = waiting_ << width | value;
+      waiting_bits_ += width;
+      put_big_endian(waiting_ << (64 - waiting_bits_), end_);
+      end_ += waiting_bits_ >> 3;
+      waiting_bits_ &= 7;
+    }
+
+    // The end of the bytes that are complete.
+    std::uint8_t* finish() {
+      writer_.waiting_ = waiting_;
+      writer_.waiting_bits_ = waiting_bits_;
+      return end_;
+    }
+
+   private:
+    BitWriter& writer_;
+    std::uint64_t waiting_;
+    int waiting_bits_;
+    std::uint8_t* end_;
+  };
 
   // Bits that wait for the rest of their byte.
   [[nodiscard]] int waiting_bits() const { return waiting_bits_; }
@@ -125,6 +165,7 @@ class PackedDeltaEncoder final : public StreamEncoder {
   PackedDeltaEncoder(int payload_bits, int quantum_ps, std::uint32_t start_bits = 0);
 
   void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) override;
+  void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) override;
 
   // Overflow records that say 0 fill the last byte, at most seven of them. A
   // host adds nothing for them.
@@ -134,7 +175,7 @@ class PackedDeltaEncoder final : public StreamEncoder {
   using Ticks = PackedReading::Ticks;
 
   // Times in ticks as the host sees them. With an epoch_end of 0 the first tag
-  // never takes the short way through append().
+  // never is a near one.
   struct Channel {
     bool started = false;
     Ticks origin = 0;              // the unit's time less the host's: whole periods
@@ -148,6 +189,7 @@ class PackedDeltaEncoder final : public StreamEncoder {
     }
   };
 
+  std::size_t append_near(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes);
   void append_far(const timing::TimeTag& tag, Ticks time, std::vector<std::uint8_t>& bytes);
   [[nodiscard]] std::optional<Ticks> base_for(Ticks last, Ticks time) const;
   [[nodiscard]] std::optional<Ticks> delta_for(Ticks last, Ticks time) const;

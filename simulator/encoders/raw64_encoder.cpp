@@ -1,5 +1,6 @@
 #include "simulator/encoders/raw64_encoder.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "timing/wire_format.hpp"
@@ -8,10 +9,32 @@ namespace zelk::simulator {
 
 namespace raw64 = timing::wire::raw64;
 
-void Raw64Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) {
+namespace {
+
+std::uint64_t ps_record(const timing::TimeTag& tag) {
   const auto time_ps = static_cast<std::uint64_t>(tag.timestamp_ps % timing::coarse_epoch_ps);
-  append_big_endian(
-      raw64::ps_fixed_value | std::uint64_t{tag.channel} << raw64::channel_shift | time_ps, bytes);
+  return raw64::ps_fixed_value | std::uint64_t{tag.channel} << raw64::channel_shift | time_ps;
+}
+
+}  // namespace
+
+void Raw64Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) {
+  append_big_endian(ps_record(tag), bytes);
+}
+
+void Raw64Encoder::append_all(std::span<const timing::TimeTag> tags,
+                              std::vector<std::uint8_t>& bytes) {
+  std::array<std::uint8_t, tags_per_block * raw64::record_bytes> block;
+  while (!tags.empty()) {
+    const auto now = tags.first(std::min(tags.size(), tags_per_block));
+    std::uint8_t* end = block.data();
+    for (const timing::TimeTag& tag : now) {
+      put_big_endian(ps_record(tag), end);
+      end += raw64::record_bytes;
+    }
+    bytes.insert(bytes.end(), block.data(), end);
+    tags = tags.subspan(now.size());
+  }
 }
 
 CoarseFineEncoder::CoarseFineEncoder() {

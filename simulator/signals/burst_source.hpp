@@ -2,9 +2,12 @@
 // between the trains.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
-#include "simulator/signals/group_source.hpp"
+#include "simulator/signals/signal_source.hpp"
+#include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
 
@@ -16,17 +19,30 @@ struct BurstSettings {
 };
 
 // A train begins with a pulse at its first moment and ends before train_ps.
-class BurstSource final : public GroupSource {
+class BurstSource final : public SignalSource {
  public:
-  explicit BurstSource(const BurstSettings& settings) : settings_(settings) {}
+  explicit BurstSource(const BurstSettings& settings);
+
+  const Event* peek() override { return next_.is_none ? nullptr : &next_.event; }
+  void pop() override { next_.go_on(settings_); }
+
+  // Works on a copy of the next pulse, which takes half as long as one by one.
+  std::size_t take(std::span<Event> events, std::int64_t before_ps) override;
 
  private:
-  void next_group(EventGroup& group) override;
+  struct Pulse {
+    void go_on(const BurstSettings& settings);
+    void find(const BurstSettings& settings);
+
+    std::int64_t train_start_ps = 0;
+    double number = 0;  // in its train
+    unsigned channel = 0;
+    Event event{.time_ps = 0, .amplitude_v = input_pulse_v, .channel = 0};
+    bool is_none = false;  // the source has ended
+  };
 
   BurstSettings settings_;
-  std::int64_t train_start_ps_ = 0;
-  double pulse_ = 0;  // number of the next pulse in its train
-  unsigned channel_ = 0;
+  Pulse next_;
 };
 
 }  // namespace zelk::simulator

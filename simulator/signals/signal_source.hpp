@@ -3,7 +3,9 @@
 // the stream; the same source made again yields the same events.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "simulator/settings.hpp"
 
@@ -34,6 +36,30 @@ class SignalSource {
 
   // Goes on to the event after that; only after peek() found one.
   virtual void pop() = 0;
+
+  // Copies the next events before `before_ps`, as many as fit, to the front of
+  // `events` and goes on behind them. Returns their number; 0 only when there
+  // are none. Sources of many events do this without a call per event.
+  virtual std::size_t take(std::span<Event> events, std::int64_t before_ps) {
+    return take_each(*this, events, before_ps);
+  }
+
+ protected:
+  // take() by means of peek() and pop(), which are no virtual calls when
+  // `Source` is a final class.
+  template <typename Source>
+  static std::size_t take_each(Source& source, std::span<Event> events, std::int64_t before_ps) {
+    std::size_t taken = 0;
+    for (; taken < events.size(); ++taken) {
+      const Event* const event = source.peek();
+      if (event == nullptr || event->time_ps >= before_ps) {
+        break;
+      }
+      events[taken] = *event;
+      source.pop();
+    }
+    return taken;
+  }
 };
 
 }  // namespace zelk::simulator

@@ -1,5 +1,6 @@
 #include "simulator/signals/tag_file.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -127,6 +128,23 @@ FileTags read_tag_file(const std::string& path) {
     kept = rest.size();
     std::memmove(text.data(), rest.data(), kept);
   }
+}
+
+// Straight from the file's tags, up to the end of a round at a time.
+std::size_t TagFileSource::take(std::span<Event> events, std::int64_t before_ps) {
+  std::size_t taken = 0;
+  while (taken < events.size() && peek() != nullptr && event_.time_ps < before_ps) {
+    const std::size_t end = next_ + std::min(events.size() - taken, tags_->size() - next_);
+    for (; next_ < end; ++next_) {
+      const FileTag tag = (*tags_)[next_];
+      const std::int64_t time_ps = shift_ps_ + tag.time_ps();
+      if (time_ps >= before_ps) {
+        return taken;
+      }
+      events[taken++] = {time_ps, input_pulse_v, tag.channel()};
+    }
+  }
+  return taken;
 }
 
 // A round that would not be over by the end of time is not begun.

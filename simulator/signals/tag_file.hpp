@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,8 @@ class TagFileSource final : public SignalSource {
   }
 
   void pop() override { ++next_; }
+
+  std::size_t take(std::span<Event> events, std::int64_t before_ps) override;
 
  private:
   bool start_again();

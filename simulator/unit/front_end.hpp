@@ -7,9 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "simulator/signals/signal_source.hpp"
 #include "simulator/unit/delay_line.hpp"
+#include "simulator/unit/time_base.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
@@ -71,6 +73,20 @@ class FrontEnd {
   // The same on a clock that shows the event's own time.
   bool detect(const Event& event, timing::TimeTag& tag) {
     return detect(event, event.time_ps, tag);
+  }
+
+  // Detects all of `events` in turn, each when `clock` shows its time. Writes
+  // their tags to the front of `tags`, which has room for one per event, and
+  // returns the number of tags.
+  std::size_t detect(std::span<const Event> events, const TimeBase& clock,
+                     std::span<timing::TimeTag> tags) {
+    std::size_t count = 0;
+    for (const Event& event : events) {
+      if (detect(event, clock.shown_at(event.time_ps), tags[count])) {
+        ++count;
+      }
+    }
+    return count;
   }
 
  private:

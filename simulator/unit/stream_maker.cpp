@@ -1,13 +1,9 @@
 #include "simulator/unit/stream_maker.hpp"
 
+#include <span>
 #include <utility>
 
 namespace zelk::simulator {
-namespace {
-
-constexpr std::size_t max_events = 4096;
-
-}  // namespace
 
 StreamMaker::StreamMaker(Signal signal, const FrontEndSettings& front_end,
                          std::unique_ptr<StreamEncoder> encoder)
@@ -22,38 +18,25 @@ std::optional<std::int64_t> StreamMaker::next_event_ps() {
 }
 
 std::size_t StreamMaker::make(std::int64_t before_ps, Bytes& bytes) {
-  std::size_t events = 0;
-  for (; events < max_events; ++events) {
-    const Event* const event = source_->peek();
-    if (event == nullptr || event->time_ps >= before_ps) {
-      break;
-    }
-    timing::TimeTag tag;
-    if (front_end_.detect(*event, time_base_.shown_at(event->time_ps), tag)) {
-      encoder_->append(tag, bytes);
-    }
-    source_->pop();
-  }
-  return events;
+  const std::size_t count = source_->take(events_, before_ps);
+  const std::size_t tags = front_end_.detect(std::span(events_).first(count), time_base_, tags_);
+  encoder_->append_all(std::span(tags_).first(tags), bytes);
+  return count;
 }
 
+// One by one: what the FIFO has room for depends on the bytes of the tags before.
 std::size_t StreamMaker::make(std::int64_t before_ps, Bytes& bytes, Link& link) {
-  std::size_t events = 0;
-  for (; events < max_events; ++events) {
-    const Event* const event = source_->peek();
-    if (event == nullptr || event->time_ps >= before_ps) {
-      break;
-    }
-    link.advance_to(event->time_ps);
+  const std::size_t count = source_->take(events_, before_ps);
+  for (const Event& event : std::span(events_).first(count)) {
+    link.advance_to(event.time_ps);
     timing::TimeTag tag;
-    if (front_end_.detect(*event, time_base_.shown_at(event->time_ps), tag) && link.has_room()) {
+    if (front_end_.detect(event, time_base_.shown_at(event.time_ps), tag) && link.has_room()) {
       const std::size_t before = bytes.size();
       encoder_->append(tag, bytes);
       link.write(bytes.size() - before);
     }
-    source_->pop();
   }
-  return events;
+  return count;
 }
 
 }  // namespace zelk::simulator

@@ -21,6 +21,10 @@ std::vector<TimeTag> detected(const FrontEndSettings& settings, const std::vecto
       tags.push_back(tag);
     }
   }
+  // All together they make the same tags.
+  std::vector<TimeTag> together(events.size());
+  together.resize(FrontEnd(settings).detect(events, TimeBase(), together));
+  EXPECT_EQ(together, tags);
   return tags;
 }
 
