@@ -21,6 +21,7 @@
 #include "simulator/unit/link.hpp"
 #include "simulator/unit/read_sizes.hpp"
 #include "simulator/unit/running_stream.hpp"
+#include "simulator/unit/signal.hpp"
 #include "simulator/unit/stream_clock.hpp"
 #include "simulator/unit/stream_maker.hpp"
 

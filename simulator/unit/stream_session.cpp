@@ -26,10 +26,11 @@ StreamSession::StreamSession(Signal signal, const FrontEndSettings& front_end,
       read_sizes_(link.short_reads, read_seed) {}
 
 void StreamSession::flush() {
-  const std::size_t before = bytes_.size();
-  maker_.flush(bytes_.tail());
+  WaitingBytes::Bytes& bytes = bytes_.tail();
+  const std::size_t before = bytes.size();
+  maker_.flush(bytes);
   if (link_) {
-    link_->write(bytes_.size() - before);
+    link_->write(bytes.size() - before);
   }
 }
 
