@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""Runs the smoke test on units whose bytes are prepared, and prints one table.
+
+Reading from such a unit costs a copy, so what is seen is the program: whether it
+keeps up with the link, what it can consume at most, and what it needs.
+
+usage: whole_program.py [--runs N] [--quick] PROGRAM
+"""
+
+import argparse
+import os
+import statistics
+import subprocess
+import sys
+import time
+
+# Bytes that the tags of a channel take when they come soon after each other.
+TAG_BYTES = {"raw64": 8, "delta32": 4, "packed_delta": 19 / 8}
+MOST_PREPARED_BYTES = 1_000_000_000
+MIB = 1 << 20
+
+
+class Run:
+    """One run of the program: its report, its time and its memory."""
+
+    def __init__(self, program, *settings):
+        start = time.monotonic()
+        process = subprocess.Popen([program, *settings], stdout=subprocess.PIPE)
+        text = process.stdout.read().decode()
+        _, self.status, usage = os.wait4(process.pid, 0)
+        self.wall_s = time.monotonic() - start
+        self.processor_s = usage.ru_utime + usage.ru_stime
+        self.memory_bytes = usage.ru_maxrss * 1024
+        pairs = (line.split("=", 1) for line in text.splitlines() if "=" in line)
+        self.report = {key: value for key, value in pairs if value.isdigit()}
+        if "tags_total" not in self.report:
+            sys.exit(f"no report from: {' '.join(settings)}")
+
+    def __getitem__(self, key):
+        return int(self.report[key])
+
+
+def burst(form, prepared_s, rate, **more):
+    keys = {"pause_us": 0, "prepared_s": prepared_s, **more}
+    if rate:
+        keys["link_bytes_per_s"] = round(rate)
+    port = "sim://burst?" + "&".join(f"{key}={value}" for key, value in keys.items())
+    return [f"port={port}", f"format={form}", "mode=external", "channel_mask=0x0f"]
+
+
+def print_row(name, text):
+    print(f"  {name:52}  {text}")
+    sys.stdout.flush()
+
+
+def dropped_nothing(runs):
+    good = sum(run["reader_dropped"] == 0 for run in runs)
+    worst = max(run["reader_dropped"] / max(run["tags_total"], 1) for run in runs)
+    text = f"no tag dropped in {good} of {len(runs)} runs"
+    return text if good == len(runs) else text + f", {100 * worst:.2f} % in the worst"
+
+
+def steady_rates(program, count, capture_s):
+    for mtags in (10, 20):
+        for form, size in TAG_BYTES.items():
+            rate = mtags * 1e6 * size
+            length_s = min(capture_s, MOST_PREPARED_BYTES / rate)
+            settings = burst(form, length_s, rate) + [f"capture_s={length_s}"]
+            runs = [Run(program, *settings) for _ in range(count)]
+            print_row(f"{form}, {mtags} Mtag/s for {length_s:.1f} s", dropped_nothing(runs))
+
+
+def full_link(program, count, length_s):
+    for form, rate in (("raw64", 4e8), ("delta32", 4e8), ("packed_delta", 2.8e8), ("packed_delta", 4e8)):
+        settings = burst(form, length_s, rate)
+        settings += [f"capture_s={2 * length_s}", "queue_limit=8388608"]
+        runs = [Run(program, *settings) for _ in range(count)]
+        totals = sorted({run["tags_total"] for run in runs})
+        rate_text = f"{totals[0] / length_s / 1e6:.0f} Mtag/s counted, the same in every run"
+        if len(totals) > 1:
+            rate_text = f"{totals[0] / length_s / 1e6:.0f} to {totals[-1] / length_s / 1e6:.0f} Mtag/s counted"
+        print_row(f"{form}, {rate / 1e6:.0f} MB/s for {length_s} s", f"{dropped_nothing(runs)}; {rate_text}")
+
+
+def as_fast_as_it_gives(program, count, capture_s):
+    for form, size in TAG_BYTES.items():
+        length_s = MOST_PREPARED_BYTES / 4e8
+        settings = burst(form, length_s, 4e8, pace="max")
+        settings += [f"capture_s={capture_s}", "queue_limit=8388608"]
+        rates = [Run(program, *settings)["tags_total"] / capture_s / 1e6 for _ in range(count)]
+        print_row(
+            f"{form}, as fast as the unit gives",
+            f"{statistics.median(rates):.0f} Mtag/s consumed ({min(rates):.0f} to {max(rates):.0f})",
+        )
+
+
+def default_link(program, count):
+    for form in TAG_BYTES:
+        settings = ["port=sim://burst?pause_us=0", f"format={form}", "mode=external"]
+        settings += ["channel_mask=0x0f", "capture_s=3"]
+        runs = [Run(program, *settings) for _ in range(count)]
+        print_row(f"{form}, a unit made on the way, 40 MB/s", dropped_nothing(runs))
+
+
+def idle(program, count, capture_s):
+    shares = []
+    for _ in range(count):
+        run = Run(program, "port=sim://silent", "mode=external", f"capture_s={capture_s}")
+        shares.append(100 * run.processor_s / run.wall_s)
+    print_row("idle capture", f"{statistics.median(shares):.1f} % of a core")
+
+
+def memory(program, length_s):
+    settings = burst("raw64", length_s, 4e8) + ["queue_limit=8388608"]
+    empty = Run(program, *settings, "capture_s=0.001")
+    full = Run(program, *settings, f"capture_s={2 * length_s}")
+    beside = full.memory_bytes - empty.memory_bytes - 8 * full["tags_total"]
+    print_row("memory beside 8 bytes per tag", f"{beside / MIB:.0f} MiB for {full['tags_total']} tags")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--quick", action="store_true", help="as short as can be: figures mean nothing")
+    parser.add_argument("program", metavar="PROGRAM")
+    arguments = parser.parse_args()
+    program = os.path.abspath(arguments.program)
+    count = 1 if arguments.quick else arguments.runs
+    print("\nthe whole program, on a unit whose bytes are prepared")
+    steady_rates(program, count, 0.05 if arguments.quick else 10)
+    full_link(program, count, 0.05 if arguments.quick else 2)
+    as_fast_as_it_gives(program, count, 0.05 if arguments.quick else 0.8)
+    if not arguments.quick:
+        default_link(program, count)
+    idle(program, count, 0.05 if arguments.quick else 10)
+    memory(program, 0.05 if arguments.quick else 2)
+
+
+if __name__ == "__main__":
+    main()
