@@ -153,7 +153,7 @@ class CaptureStatistics::Batch {
 
   CaptureStatistics& statistics_;
   TimeBins::Stretch stretch_;
-  std::array<Channel, channel_count> channels_;
+  std::array<Channel, channel_count> channels_{};
 };
 
 void CaptureStatistics::add(std::span<const TimeTag> tags) {

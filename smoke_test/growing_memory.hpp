@@ -14,8 +14,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #ifdef __linux__
 #include <sys/mman.h>
@@ -25,14 +25,14 @@
 // meanwhile.
 struct CopiedMemory {
   static void* resize(void* memory, std::size_t old_bytes, std::size_t bytes) {
-    void* const grown = bytes != 0 ? std::malloc(bytes) : nullptr;
+    void* const grown = bytes != 0 ? ::operator new(bytes, std::nothrow) : nullptr;
     if (grown == nullptr && bytes != 0) {
       return nullptr;
     }
     if (grown != nullptr && memory != nullptr) {
       std::memcpy(grown, memory, old_bytes < bytes ? old_bytes : bytes);
     }
-    std::free(memory);
+    ::operator delete(memory);
     return grown;
   }
 
