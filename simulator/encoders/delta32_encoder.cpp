@@ -86,6 +86,7 @@ void Delta32Encoder::append_all(std::span<const timing::TimeTag> tags,
 // their number.
 std::size_t Delta32Encoder::append_near(std::span<const timing::TimeTag> tags,
                                         std::vector<std::uint8_t>& bytes) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
   std::array<std::uint8_t, tags_per_block * delta32::word_bytes> block;
   std::uint8_t* end = block.data();
   std::size_t done = 0;

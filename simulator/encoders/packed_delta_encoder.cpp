@@ -93,6 +93,7 @@ std::size_t PackedDeltaEncoder::append_near(std::span<const timing::TimeTag> tag
     return 0;
   }
   constexpr std::size_t max_record_bytes = 5;  // 31 bits of payload and the header
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
   std::array<std::uint8_t, tags_per_block * max_record_bytes + 8> memory;
   BitWriter::Block block(writer_, memory.data());
   std::size_t done = 0;

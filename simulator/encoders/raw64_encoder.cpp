@@ -24,6 +24,7 @@ void Raw64Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t>&
 
 void Raw64Encoder::append_all(std::span<const timing::TimeTag> tags,
                               std::vector<std::uint8_t>& bytes) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
   std::array<std::uint8_t, tags_per_block * raw64::record_bytes> block;
   while (!tags.empty()) {
     const auto now = tags.first(std::min(tags.size(), tags_per_block));
