@@ -7,13 +7,16 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <concepts>
+#include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "timing/detail/bit_reader.hpp"
+#include "timing/detail/call_bytes.hpp"
 #include "timing/detail/epoch_excess.hpp"
+#include "timing/detail/packed_batch.hpp"
+#include "timing/detail/packed_plain_records.hpp"
+#include "timing/detail/tag_writer.hpp"
 #include "timing/detail/wrapping.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
@@ -23,15 +26,19 @@ namespace {
 
 using detail::accepts_corrected_step;
 using detail::BitReader;
+using detail::CallBytes;
 using detail::correct_epoch_excess;
+using detail::max_internal_step_ps;
+using detail::PackedBatch;
+using detail::PackedCounter;
+using detail::TagWriter;
+using detail::take_plain_records;
 using detail::wrap_add;
 using detail::wrap_sub;
 
 namespace packed = wire::packed_delta;
 
-// With the internal source every channel ticks regularly, so a longer step
-// than this means a wrong alignment.
-constexpr std::uint64_t max_internal_step_ps = 1'000'000'000'000;
+using Bytes = std::span<const std::uint8_t>;
 
 // How far a channel may step back without proving the alignment wrong.
 constexpr std::uint64_t max_backstep_ps = 1'000'000;
@@ -39,8 +46,6 @@ constexpr std::uint64_t max_backstep_ps = 1'000'000;
 // At least this many tags in one call tell whether the channels are balanced.
 constexpr std::uint64_t min_judged_tags = 4096;
 constexpr std::uint64_t max_imbalance = 8;
-
-constexpr auto coarse_epoch = static_cast<std::uint64_t>(coarse_epoch_ps);
 
 // The fields of one record. `index` is its place in the call.
 struct Record {
@@ -56,48 +61,11 @@ struct Record {
   std::uint64_t index;
 };
 
-// The counter behind deltas and sync values: 41 bits of ticks of 2^shift ps.
-struct Counter {
-  static constexpr int max_shift = 22;  // beyond it the span would leave 64 bits
-
-  explicit Counter(int ticks_to_ps)
-      : shift(ticks_to_ps),
-        span(std::uint64_t{1} << (packed::sync_value_bits + std::clamp(shift, 0, max_shift))),
-        period(std::min(span, coarse_epoch)),
-        excess((coarse_epoch + span - 1) / span * span - coarse_epoch) {}
-
-  int shift;
-  std::uint64_t span;    // ps after which the counter wraps
-  std::uint64_t period;  // ps after which sync values repeat
-  std::uint64_t excess;  // what a delta across a wrap of the coarse epoch shows too much
-};
-
-// What the records of one call are decoded by, and what comes of them.
-struct Batch {
-  // Joins the parts into the debug line. Cold, which keeps the making of lines
-  // out of the loop: it costs a fifth of the speed there.
-  template <typename... Parts>
-  [[gnu::cold]] bool refuse(const Parts&... parts) {
-    (add(parts), ...);
-    return false;
-  }
-  void add(std::string_view text) { refusal += text; }
-  void add(std::integral auto number) { refusal += std::to_string(number); }
-
-  int bits;
-  std::uint8_t mask;
-  bool internal;
-  Counter counter;
-  std::uint64_t records;  // whole ones at hand
-  std::array<std::uint64_t, channel_count> emitted{};
-  std::vector<TimeTag> tags{};
-  std::string refusal{};  // why the lock is lost, as its debug line says it
-};
-
 // Gives the channel the absolute time `next`, which its sync announced. The
 // external mode lets a channel step back by up to 1 us; the internal source
 // never does.
-bool take_absolute_time(Batch& batch, PackedLock& lock, const Record& record, std::int64_t next) {
+bool take_absolute_time(PackedBatch& batch, PackedLock& lock, const Record& record,
+                        std::int64_t next) {
   const std::size_t channel = record.channel;
   if (lock.packed_has_time[channel]) {
     const std::int64_t previous = lock.packed_last_ps[channel];
@@ -124,7 +92,7 @@ bool take_absolute_time(Batch& batch, PackedLock& lock, const Record& record, st
 
 // Advances the channel by `delta` ps. A delta just short of the counter's span
 // is a small step back; one that contains the wrap excess is freed of it.
-bool take_delta(Batch& batch, PackedLock& lock, const Record& record, std::uint64_t delta) {
+bool take_delta(PackedBatch& batch, PackedLock& lock, const Record& record, std::uint64_t delta) {
   const std::int64_t previous = lock.packed_last_ps[record.channel];
   const std::uint64_t span = batch.counter.span;
   if (span / 2 < delta && delta <= span && span - delta <= max_backstep_ps) {
@@ -144,7 +112,7 @@ bool take_delta(Batch& batch, PackedLock& lock, const Record& record, std::uint6
   return true;
 }
 
-bool take_tag(Batch& batch, PackedLock& lock, const Record& record) {
+bool take_tag(PackedBatch& batch, PackedLock& lock, const Record& record) {
   const std::size_t channel = record.channel;
   const std::uint64_t ticks = (lock.packed_overflow[channel] << batch.bits) + record.payload;
   const std::uint64_t delta = ticks << batch.counter.shift;
@@ -162,11 +130,11 @@ bool take_tag(Batch& batch, PackedLock& lock, const Record& record) {
   ++batch.emitted[channel];
   lock.packed_last_emitted_ps[channel] = lock.packed_last_ps[channel];
   lock.packed_emitted[channel] = true;
-  batch.tags.push_back({static_cast<std::uint8_t>(channel), lock.packed_last_ps[channel]});
+  batch.tags.push({static_cast<std::uint8_t>(channel), lock.packed_last_ps[channel]});
   return true;
 }
 
-void start_sync(const Batch& batch, PackedLock& lock, const Record& record) {
+void start_sync(const PackedBatch& batch, PackedLock& lock, const Record& record) {
   lock.sync_channel = static_cast<std::int32_t>(record.channel);
   lock.sync_value = 0;
   lock.sync_value_bits = 0;
@@ -175,7 +143,8 @@ void start_sync(const Batch& batch, PackedLock& lock, const Record& record) {
 }
 
 // The assembled sync value as a time: near the channel's last one if it has any.
-std::uint64_t lift_sync_value(const Batch& batch, const PackedLock& lock, std::size_t channel) {
+std::uint64_t lift_sync_value(const PackedBatch& batch, const PackedLock& lock,
+                              std::size_t channel) {
   const auto [shift, span, period, excess] = batch.counter;
   std::uint64_t value = ((lock.sync_value & packed::sync_value_mask) << shift) % period;
   if (!lock.packed_has_time[channel] && !lock.packed_emitted[channel]) {
@@ -188,7 +157,8 @@ std::uint64_t lift_sync_value(const Batch& batch, const PackedLock& lock, std::s
   if (value + period / 2 < reference) {
     value += period;
   }
-  if (span <= coarse_epoch && reference < value && excess != 0 && excess < value - reference) {
+  if (span <= PackedCounter::epoch && reference < value && excess != 0 &&
+      excess < value - reference) {
     const std::uint64_t step = value - reference - excess;
     if (accepts_corrected_step(last, step)) {
       value = reference + step;
@@ -197,7 +167,7 @@ std::uint64_t lift_sync_value(const Batch& batch, const PackedLock& lock, std::s
   return value;
 }
 
-bool take_sync_chunk(Batch& batch, PackedLock& lock, const Record& record) {
+bool take_sync_chunk(PackedBatch& batch, PackedLock& lock, const Record& record) {
   if (static_cast<std::int32_t>(record.channel) != lock.sync_channel) {
     return batch.refuse("drop sync channel mismatch ch=", record.channel,
                         " expected=", lock.sync_channel, " record=", record.index,
@@ -219,7 +189,7 @@ bool take_sync_chunk(Batch& batch, PackedLock& lock, const Record& record) {
   return true;
 }
 
-bool take_record(Batch& batch, PackedLock& lock, const Record& record) {
+bool take_record(PackedBatch& batch, PackedLock& lock, const Record& record) {
   if ((static_cast<unsigned>(batch.mask) >> record.channel & 1U) == 0) {
     constexpr std::string_view hex_digits = "0123456789abcdef";
     return batch.refuse("drop inactive ch=", record.channel, " active_mask=0x",
@@ -240,10 +210,29 @@ bool take_record(Batch& batch, PackedLock& lock, const Record& record) {
   return true;
 }
 
+// Decodes the records that lie whole in `bytes`, from `bit` on, which moves
+// behind the last one.
+bool take_records(PackedBatch& batch, PackedLock& lock, Bytes bytes, std::uint64_t& bit) {
+  const BitReader reader(bytes);
+  const int width = batch.bits + packed::header_bits;
+  bool accepted = true;
+  while (accepted && bit + static_cast<unsigned>(width) <= reader.size_bits()) {
+    const std::uint64_t plain_end = take_plain_records(batch, lock, bytes, bit);
+    if (plain_end != bit) {
+      bit = plain_end;
+      continue;
+    }
+    accepted = take_record(batch, lock, Record(reader.read(bit, width), batch.bits, batch.taken));
+    bit += static_cast<unsigned>(width);
+    ++batch.taken;
+  }
+  return accepted;
+}
+
 // With the internal source all channels tick alike: counts that differ widely
 // mean that the alignment only looked right, and the tags are worth nothing.
-bool judge_balance(Batch& batch) {
-  if (!batch.internal || std::popcount(batch.mask) < 2 || batch.tags.empty()) {
+bool judge_balance(PackedBatch& batch) {
+  if (!batch.internal || std::popcount(batch.mask) < 2 || batch.tags.size() == 0) {
     return true;
   }
   std::uint64_t min = UINT64_MAX;
@@ -259,49 +248,56 @@ bool judge_balance(Batch& batch) {
   if (total < min_judged_tags || (min != 0 && max_imbalance * min >= max)) {
     return true;
   }
-  batch.tags.clear();
   return batch.refuse("drop internal imbalanced lock min=", min, " max=", max, " total=", total,
                       " records=", batch.records);
 }
 
 }  // namespace
 
-void StreamDecoder::feed_packed_delta(FreshBytes fresh, std::vector<TimeTag>& tags) {
-  tags.clear();
-  pending.insert(pending.end(), fresh.begin(), fresh.end());
-  if (packed_bits < packed::min_payload_bits || packed_bits > packed::max_payload_bits) {
+void StreamDecoder::feed_packed_delta(FreshBytes fresh, std::vector<TimeTag>& list) {
+  TagWriter tags(list);
+  const bool is_known =
+      packed_bits >= packed::min_payload_bits && packed_bits <= packed::max_payload_bits;
+  if (!is_known || !packed_locked) {
+    pending.insert(pending.end(), fresh.begin(), fresh.end());
+    fresh = {};
+  }
+  if (!is_known || (!packed_locked && !lock_packed_alignment())) {
     return;
   }
-  if (!packed_locked && !lock_packed_alignment()) {
+  const auto width = static_cast<unsigned>(packed_bits + packed::header_bits);
+  CallBytes bytes(pending, fresh, bit_offset < 8 && 8 * pending.size() < bit_offset + width);
+  const std::uint64_t size_bits = 8 * std::uint64_t{bytes.size()};
+  PackedLock lock = *this;
+  PackedBatch batch{.bits = packed_bits,
+                    .mask = active_channel_mask(),
+                    .internal = mode == StreamMode::internal,
+                    .counter = PackedCounter(packed_shift),
+                    .records = (size_bits - std::min(size_bits, bit_offset)) / width,
+                    .tags = tags};
+  if (batch.records == 0) {
     return;
   }
-  PackedLock& kept = *this;
-  PackedLock lock = kept;
-  const BitReader reader(pending);
-  const int width = packed_bits + packed::header_bits;
-  const std::uint64_t available = reader.size_bits() - std::min(reader.size_bits(), bit_offset);
-  Batch batch{.bits = packed_bits,
-              .mask = active_channel_mask(),
-              .internal = mode == StreamMode::internal,
-              .counter = Counter(packed_shift),
-              .records = available / static_cast<unsigned>(width)};
   std::uint64_t bit = bit_offset;
-  std::uint64_t taken = 0;
-  bool accepted = true;
-  while (accepted && taken < batch.records) {
-    accepted = take_record(batch, lock, Record(reader.read(bit, width), packed_bits, taken));
-    bit += static_cast<unsigned>(width);
-    ++taken;
-  }
-  if (accepted && judge_balance(batch)) {
-    kept = lock;
-    consume_packed_records(taken);
-  } else {
+  bool is_kept = take_records(batch, lock, bytes.seam(), bit);
+  bit -= 8 * bytes.overlap();
+  is_kept = is_kept && take_records(batch, lock, bytes.body(), bit);
+  const bool is_balanced = !is_kept || judge_balance(batch);
+
+  // Nothing throws any more once the line is written.
+  bytes.reserve_from(bit / 8);
+  if (!is_kept || !is_balanced) {
     packed_debug_log(batch.refusal);
-    consume_packed_records(taken);
-    drop_packed_lock();
+    lock = {};
+  } else {
+    lock.bit_offset = bit % 8;
   }
-  tags = std::move(batch.tags);
+  bytes.keep_from(bit / 8);
+  packed_search_.forget();
+  static_cast<PackedLock&>(*this) = lock;
+  if (is_balanced) {
+    tags.commit();
+  }
 }
 
 }  // namespace zelk::timing

@@ -130,9 +130,7 @@ std::size_t decode_records(Bytes bytes, std::size_t next, Raw64State& state,
 }
 
 template <typename Record>
-void decode_call(CallBytes& bytes, Raw64State& kept, FineCorrections corrections,
-                 std::vector<TimeTag>& list) {
-  TagWriter tags(list);
+void decode_call(CallBytes& bytes, Raw64State& kept, FineCorrections corrections, TagWriter& tags) {
   Raw64State state = kept;
   std::size_t next = decode_records<Record>(bytes.seam(), 0, state, corrections, tags);
   next = decode_records<Record>(bytes.body(), next - bytes.overlap(), state, corrections, tags);
@@ -143,7 +141,8 @@ void decode_call(CallBytes& bytes, Raw64State& kept, FineCorrections corrections
 
 }  // namespace
 
-void StreamDecoder::feed_raw64(FreshBytes fresh, std::vector<TimeTag>& tags) {
+void StreamDecoder::feed_raw64(FreshBytes fresh, std::vector<TimeTag>& list) {
+  TagWriter tags(list);
   CallBytes bytes(pending, fresh, pending.size() < raw64::record_bytes);
   if (selects_coarse_fine(timestamp_layout)) {
     decode_call<CoarseFineRecord>(bytes, *this, fine_correction_ps, tags);
