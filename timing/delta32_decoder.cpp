@@ -172,8 +172,7 @@ bool take_word(Delta32State& state, const Word& word, TagWriter& tags) {
 //
 // Such a word adds its payload to the channel's time, which is all that this
 // loop touches. A payload of 25 bits is below the wrap excess, so that nothing
-// is to be corrected. Measured, a word takes a third of what it takes by the
-// rules above.
+// is to be corrected. Measured, a word takes half as long as by the rules above.
 std::size_t take_plain_tags(Bytes bytes, std::size_t next, Delta32State& state, TagWriter& tags) {
   constexpr std::uint32_t fixed_bits = delta32::control_bit | delta32::kind_mask
                                                                   << delta32::kind_shift;
