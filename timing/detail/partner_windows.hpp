@@ -55,7 +55,7 @@ void for_each_window(std::span<const std::int64_t> times, std::span<const std::i
   }
   const std::size_t lane_size = safe / partner_lanes;
 
-  std::array<const std::int64_t*, partner_lanes> cursors;
+  std::array<const std::int64_t*, partner_lanes> cursors{};
   for (std::size_t lane = 0; lane < partner_lanes; ++lane) {
     cursors[lane] = partners.data();
     if (lane_size > 0) {
