@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <span>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/timing/reader_bench.hpp"
@@ -200,6 +202,25 @@ TEST(Reader, DrainWithoutCopyGivesPiecesOfAtMost65536Tags) {
   }
   EXPECT_EQ(drained, 100'001u);
   EXPECT_EQ(queued(bench.reader), 0u);
+}
+
+// Every read becomes a block of its own. The limit discards the rest of a block
+// whose front was drained, and the reader goes on with the memory of others.
+TEST(Reader, DrainedTagsStayReadableWhileOthersAreDropped) {
+  Script script;
+  for (std::uint64_t read = 0; read < 200; ++read) {
+    script.reads.push_back({.bytes = records(10'000 * read, 9'000)});
+  }
+  Bench bench(std::move(script));
+  bench.reader.start(external_raw64(), chunk, 10'000);
+  EXPECT_TRUE(wait_until([&] {
+    const std::span<const TimeTag> piece = bench.reader.drain();
+    const std::vector<TimeTag> copy(piece.begin(), piece.end());
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_TRUE(std::ranges::equal(piece, copy));
+    return piece.empty() && scripted_device::calls().back().ends_with(" -> -3 received=0");
+  }));
+  bench.reader.stop();
 }
 
 // 40,000 tags are one block, 9,000 another.
