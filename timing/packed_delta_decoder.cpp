@@ -14,10 +14,10 @@
 #include "timing/detail/bit_reader.hpp"
 #include "timing/detail/call_bytes.hpp"
 #include "timing/detail/epoch_excess.hpp"
-#include "timing/detail/packed_batch.hpp"
-#include "timing/detail/packed_plain_records.hpp"
 #include "timing/detail/tag_writer.hpp"
 #include "timing/detail/wrapping.hpp"
+#include "timing/packed_batch.hpp"
+#include "timing/packed_plain_records.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
 

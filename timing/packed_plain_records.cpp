@@ -6,7 +6,7 @@
 // are indices into small arrays. Measured with B = 16, the loop for tags alone takes
 // 0.27 of the time that the general rules take, and the loop for tags mixed with
 // overflows 0.25 of it; for tags alone that one would take 1.6 times as long.
-#include "timing/detail/packed_plain_records.hpp"
+#include "timing/packed_plain_records.hpp"
 
 #include <algorithm>
 #include <array>

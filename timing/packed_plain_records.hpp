@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "timing/detail/packed_batch.hpp"
+#include "timing/packed_batch.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::timing::detail {
