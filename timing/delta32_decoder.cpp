@@ -235,11 +235,12 @@ std::size_t decode_words(Bytes bytes, std::size_t next, Delta32State& state, Tag
 void StreamDecoder::feed_delta32(FreshBytes fresh, std::vector<TimeTag>& list) {
   TagWriter tags(list);
   CallBytes bytes(pending, fresh, pending.size() < delta32::word_bytes);
-  Delta32State state = *this;
+  Delta32State& kept = *this;
+  Delta32State state = kept;
   std::size_t next = decode_words(bytes.seam(), 0, state, tags);
   next = decode_words(bytes.body(), next - bytes.overlap(), state, tags);
   bytes.keep_from(state.d32_locked ? next : begun_sync_word(bytes.body()));
-  static_cast<Delta32State&>(*this) = state;
+  kept = state;
   tags.commit();
 }
 

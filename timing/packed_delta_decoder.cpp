@@ -268,7 +268,8 @@ void StreamDecoder::feed_packed_delta(FreshBytes fresh, std::vector<TimeTag>& li
   const auto width = static_cast<unsigned>(packed_bits + packed::header_bits);
   CallBytes bytes(pending, fresh, bit_offset < 8 && 8 * pending.size() < bit_offset + width);
   const std::uint64_t size_bits = 8 * std::uint64_t{bytes.size()};
-  PackedLock lock = *this;
+  PackedLock& kept = *this;
+  PackedLock lock = kept;
   PackedBatch batch{.bits = packed_bits,
                     .mask = active_channel_mask(),
                     .internal = mode == StreamMode::internal,
@@ -294,7 +295,7 @@ void StreamDecoder::feed_packed_delta(FreshBytes fresh, std::vector<TimeTag>& li
   }
   bytes.keep_from(bit / 8);
   packed_search_.forget();
-  static_cast<PackedLock&>(*this) = lock;
+  kept = lock;
   if (is_balanced) {
     tags.commit();
   }

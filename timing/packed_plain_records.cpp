@@ -39,7 +39,7 @@ std::uint64_t first_special_delta(const PackedBatch& batch) {
 // ones. What an overflow writes to its slot is read by nobody, which saves asking
 // for the flag.
 struct PlainRun {
-  static constexpr std::size_t slots = 2 * channel_count;
+  static constexpr std::size_t slots = std::size_t{2} * channel_count;
 
   PlainRun(const PackedBatch& batch, const PackedLock& lock);
   void store(PackedBatch& batch, PackedLock& lock) const;
