@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <utility>
 
 namespace zelk::timing {
 namespace {
@@ -21,6 +20,9 @@ using detail::BitReader;
 
 // How many bytes a candidate's scan covers.
 constexpr std::size_t scan_range_bytes = 65536;
+
+// How many records a scan passes by itself before it is compared with others.
+constexpr std::uint64_t stretch_records = 256;
 
 // From here on every start bit has at least one record behind it, so no new
 // candidate can turn up among the records that were read before.
@@ -49,8 +51,12 @@ std::uint32_t PackedAlignmentSearch::Scan::behaviour() const {
          static_cast<std::uint32_t>(pending_channel + 1) << 16 | seen << 24;
 }
 
+bool PackedAlignmentSearch::Scan::learnt_nothing() const {
+  return pending_channel < 0 && seen == 0;
+}
+
 bool PackedAlignmentSearch::Scan::idle() const {
-  return chunks_left == 0 && pending_channel < 0 && seen == 0;
+  return chunks_left == 0 && learnt_nothing();
 }
 
 void PackedAlignmentSearch::Scan::reset(std::uint64_t next_record) {
@@ -100,6 +106,11 @@ bool PackedAlignmentSearch::is_active(std::uint64_t record) const {
 // The flag and an all-ones payload, as they stand in a record of any channel.
 std::uint64_t PackedAlignmentSearch::sync_start_bits() const {
   return (std::uint64_t{1} << (stream_.bits + 1)) - 1;
+}
+
+// The same at the top of a word. No flag and payload exceed it.
+std::uint64_t PackedAlignmentSearch::top_sync_start() const {
+  return sync_start_bits() << (63 - stream_.bits);
 }
 
 void PackedAlignmentSearch::step(Scan& scan, std::uint64_t record, std::uint64_t index) const {
@@ -183,68 +194,114 @@ void PackedAlignmentSearch::advance(std::size_t grid_index, const BitReader& rea
   const std::uint64_t last_start_bit = 8 * std::uint64_t{last_start_byte_} + width - 1;
   const std::uint64_t starts = (last_start_bit - first_bit) / width + 1;
 
-  while (grid.next_record < end_record) {
-    if (grid.next_record < starts) {
-      add_follower(grid, first_bit);
-    } else if (grid.scans.size() <= 1) {
-      advance_alone(grid, first_bit, reader, end_record);
-      return;
-    }
+  for (; grid.next_record < std::min(starts, end_record); ++grid.next_record) {
+    add_follower(grid, first_bit);
     const std::uint64_t record = reader.read(first_bit + width * grid.next_record, width_);
     for (Scan& scan : grid.scans) {
       step(scan, record, grid.next_record);
     }
-    ++grid.next_record;
+    merge_equal_scans(grid);
+  }
+  // No start is left to come. Scans that behave alike may as well become one a
+  // little later, so that each can pass a stretch of records by itself.
+  while (grid.next_record < end_record) {
+    const std::uint64_t end = grid.scans.size() <= 1
+                                  ? end_record
+                                  : std::min(end_record, grid.next_record + stretch_records);
+    for (Scan& scan : grid.scans) {
+      pass(scan, Stretch{reader, first_bit, grid.next_record, end});
+    }
+    grid.next_record = end;
     merge_equal_scans(grid);
   }
 }
 
-// Passes an idle scan over records up to the next sync start or the end, and
-// returns where that is. Inactive channels, which come and go at random while
-// the alignment is wrong, only move the restart; they are followed without a
-// branch and without a reset each.
-template <bool all_active>
-std::uint64_t PackedAlignmentSearch::skip_idle(Scan& scan, std::uint64_t index,
-                                               std::uint64_t first_bit, const BitReader& reader,
-                                               std::uint64_t end_record) const {
-  const int width = width_;
-  const std::uint64_t sync_start = sync_start_bits();
-  std::uint64_t restart = 0;
-  std::uint64_t bit = first_bit + static_cast<std::uint64_t>(width) * index;
-  for (; index < end_record; ++index, bit += static_cast<std::uint64_t>(width)) {
-    const std::uint64_t record = reader.read(bit, width);
-    const bool active = all_active || is_active(record);
-    restart = active ? restart : index + 1;
-    if (((record & sync_start) == sync_start) & active) {
-      break;
+// The bulk of the work.
+void PackedAlignmentSearch::pass(Scan& scan, Stretch records) const {
+  const bool all_active = stream_.active_mask == all_channels_mask;
+  while (records.next < records.end) {
+    if (scan.idle()) {
+      all_active ? pass_idle<true>(scan, records) : pass_idle<false>(scan, records);
+    }
+    if (scan.learnt_nothing()) {
+      pass_broken_syncs(scan, records);
+    }
+    if (records.next < records.end) {
+      step(scan, records.record(width_), records.next);
+      ++records.next;
     }
   }
+}
+
+// Passes an idle scan over records up to the next sync start, of any channel, or
+// the end. Inactive channels, which come and go at random while the alignment is
+// wrong, only move the restart; they are followed without a branch and without a
+// reset each.
+template <bool all_active>
+void PackedAlignmentSearch::pass_idle(Scan& scan, Stretch& records) const {
+  const std::uint64_t sync_start = top_sync_start();
+  const auto width = static_cast<std::uint64_t>(width_);
+  const BitReader reader = records.reader;
+  const std::uint64_t active_mask = stream_.active_mask;
+  const std::uint64_t end_bit = records.first_bit + width * records.end;
+  std::uint64_t bit = records.first_bit + width * records.next;
+  std::uint64_t restart_bit = 0;
+  for (; bit < end_bit; bit += width) {
+    const std::uint64_t word = reader.peek(bit);
+    if (word << 2 >= sync_start) {
+      break;
+    }
+    const bool active = all_active || (active_mask >> (word >> 62) & 1U) != 0;
+    restart_bit = active ? restart_bit : bit + width;
+  }
+  records.next = (bit - records.first_bit) / width;
+  if (restart_bit != 0) {
+    scan.reset((restart_bit - records.first_bit) / width);
+  }
+}
+
+// Passes a scan that knows nothing but the sync it may be in, up to the record
+// that completes a sync. Where syncs break off all the time, as in noise of few
+// bits, nobody can predict what comes next; so the sync is followed with
+// masks in the place of branches. It gives up after some records, because where sync
+// starts are rare the idle scan is passed faster.
+void PackedAlignmentSearch::pass_broken_syncs(Scan& scan, Stretch& records) const {
+  constexpr std::uint64_t none = ~std::uint64_t{0};
+  const std::uint64_t sync_start = top_sync_start();
+  const auto width = static_cast<std::uint64_t>(width_);
+  const BitReader reader = records.reader;
+  const std::uint64_t active_mask = stream_.active_mask;
+  const std::uint64_t end = std::min(records.end, records.next + stretch_records);
+  const auto all_chunks = static_cast<std::uint64_t>(sync_chunks_);
+  // Channel and flag of the chunks to come, or none outside of a sync, where
+  // chunks_left means nothing.
+  std::uint64_t chunk_slot =
+      scan.chunks_left != 0 ? 2 * static_cast<std::uint64_t>(scan.sync_channel) : none;
+  auto chunks_left = static_cast<std::uint64_t>(scan.chunks_left);
+  std::uint64_t restart = 0;
+  std::uint64_t index = records.next;
+  for (std::uint64_t bit = records.first_bit + width * index; index < end; ++index, bit += width) {
+    const std::uint64_t word = reader.peek(bit);
+    const std::uint64_t slot = word >> 61;
+    const std::uint64_t active = active_mask >> (slot / 2) & 1;
+    const std::uint64_t is_start = (word << 2 >= sync_start ? 1 : 0) & active;
+    const std::uint64_t is_chunk = chunk_slot == slot ? 1 : 0;
+    const std::uint64_t is_outside = chunk_slot == none ? 1 : 0;
+    if (is_chunk != 0 && chunks_left == 1) {
+      break;
+    }
+    restart = (is_chunk | (is_outside & active)) != 0 ? restart : index + 1;
+    // Less 1, a condition is the mask of what holds without it.
+    const std::uint64_t begun = (slot & 6) | (is_start - 1);
+    chunk_slot = (chunk_slot | (is_chunk - 1)) & (begun | (is_outside - 1));
+    chunks_left = ((chunks_left - 1) & (is_outside - 1)) | (all_chunks & ~(is_outside - 1));
+  }
+  records.next = index;
   if (restart != 0) {
     scan.reset(restart);
   }
-  return index;
-}
-
-// The bulk of the work: one scan, and no start left to come.
-void PackedAlignmentSearch::advance_alone(Grid& grid, std::uint64_t first_bit,
-                                          const BitReader& reader, std::uint64_t end_record) const {
-  std::uint64_t index = std::exchange(grid.next_record, end_record);
-  if (grid.scans.empty()) {
-    return;
-  }
-  Scan& scan = grid.scans.front();
-  const bool all_active = stream_.active_mask == all_channels_mask;
-  while (index < end_record) {
-    if (scan.idle()) {
-      index = all_active ? skip_idle<true>(scan, index, first_bit, reader, end_record)
-                         : skip_idle<false>(scan, index, first_bit, reader, end_record);
-      if (index == end_record) {
-        break;
-      }
-    }
-    step(scan, reader.read(first_bit + static_cast<std::uint64_t>(width_) * index, width_), index);
-    ++index;
-  }
+  scan.chunks_left = chunk_slot != none ? static_cast<int>(chunks_left) : 0;
+  scan.sync_channel = chunk_slot != none ? static_cast<int>(chunk_slot / 2) : 0;
 }
 
 // The scan of the candidate that starts at this record, with its own counts.

@@ -88,7 +88,8 @@ class PackedAlignmentSearch {
     std::uint64_t resets = 0;
 
     [[nodiscard]] std::uint32_t behaviour() const;
-    [[nodiscard]] bool idle() const;
+    [[nodiscard]] bool learnt_nothing() const;  // but the sync it may be in
+    [[nodiscard]] bool idle() const;            // not even in a sync
     void reset(std::uint64_t next_record);
   };
 
@@ -108,15 +109,26 @@ class PackedAlignmentSearch {
     std::vector<Follower> followers;  // of start record 0, 1, 2 ...
   };
 
+  // Consecutive records of a grid.
+  struct Stretch {
+    [[nodiscard]] std::uint64_t record(int width) const {
+      return reader.read(first_bit + static_cast<std::uint64_t>(width) * next, width);
+    }
+
+    detail::BitReader reader;
+    std::uint64_t first_bit;  // of record 0
+    std::uint64_t next;
+    std::uint64_t end;
+  };
+
   void begin(const Stream& stream, std::size_t last_start_byte);
   [[nodiscard]] bool is_start(std::uint64_t bit) const;
   void advance(std::size_t grid_index, const detail::BitReader& reader, std::uint64_t end_record);
   void add_follower(Grid& grid, std::uint64_t first_bit) const;
-  void advance_alone(Grid& grid, std::uint64_t first_bit, const detail::BitReader& reader,
-                     std::uint64_t end_record) const;
+  void pass(Scan& scan, Stretch records) const;
   template <bool all_active>
-  std::uint64_t skip_idle(Scan& scan, std::uint64_t index, std::uint64_t first_bit,
-                          const detail::BitReader& reader, std::uint64_t end_record) const;
+  void pass_idle(Scan& scan, Stretch& records) const;
+  void pass_broken_syncs(Scan& scan, Stretch& records) const;
   void step(Scan& scan, std::uint64_t record, std::uint64_t index) const;
   static void merge_equal_scans(Grid& grid);
   [[nodiscard]] Scan scan_of(const Grid& grid, std::size_t start_record) const;
@@ -124,6 +136,7 @@ class PackedAlignmentSearch {
 
   [[nodiscard]] bool is_active(std::uint64_t record) const;
   [[nodiscard]] std::uint64_t sync_start_bits() const;
+  [[nodiscard]] std::uint64_t top_sync_start() const;
 
   Stream stream_;
   int width_ = 0;

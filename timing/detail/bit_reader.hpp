@@ -20,13 +20,19 @@ class BitReader {
   [[nodiscard]] std::uint64_t size_bits() const { return 8 * std::uint64_t{bytes_.size()}; }
 
   // The `width` bits from `bit` on, which lie inside the bytes; 1 <= width <=
-  // max_width. One load and two shifts, except within the last 8 bytes, where
-  // a full load would read past the end.
+  // max_width.
   [[nodiscard]] std::uint64_t read(std::uint64_t bit, int width) const {
+    return peek(bit) >> (64 - width);
+  }
+
+  // The bits from `bit` on, at the top of a word: at least max_width of them, as
+  // far as there are any. One load and one shift, except within the last 8
+  // bytes, where a full load would read past the end.
+  [[nodiscard]] std::uint64_t peek(std::uint64_t bit) const {
     const auto first = static_cast<std::size_t>(bit / 8);
     const std::uint64_t word =
         bytes_.size() - first >= 8 ? load_be64(bytes_.data() + first) : load_tail(first);
-    return word << (bit % 8) >> (64 - width);
+    return word << (bit % 8);
   }
 
  private:
