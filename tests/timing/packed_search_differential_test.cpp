@@ -105,5 +105,72 @@ TEST(PackedSearchDifferentialTest, RejectedCandidatesWhileTheBytesArrive) {
   EXPECT_GT(reached.lines, 300U);
 }
 
+// Bytes in which syncs begin and break off everywhere: all ones with some bytes
+// changed, or records of which hardly any belong together. The end of the latter
+// can be locked on.
+std::vector<std::uint8_t> restless_bytes(std::uint64_t seed, unsigned bits, unsigned mask,
+                                         Random& random) {
+  std::vector<std::uint8_t> bytes(400 + random.below(600), 0xFF);
+  const std::uint64_t damage = random.pick(std::array<std::uint64_t, 4>{0, 1, 10, 100});
+  if (seed % 2 == 0) {
+    for (std::uint8_t& byte : bytes) {
+      byte = random.percent(damage) ? static_cast<std::uint8_t>(random.bits()) : byte;
+    }
+    return bytes;
+  }
+  const auto active_channel = [&] {
+    unsigned channel = 0;
+    do {
+      channel = static_cast<unsigned>(random.below(4));
+    } while (mask != 0 && (mask >> channel & 1) == 0);
+    return channel;
+  };
+  PackedStreamBuilder builder(static_cast<int>(bits));
+  while (builder.bit_count() < 8 * bytes.size()) {
+    const unsigned channel = active_channel();
+    builder.sync_start(channel);
+    builder.tags(random.percent(damage) ? 3 - channel : channel, random.below((bits + 40) / bits),
+                 random.bits());
+  }
+  for (int i = 0; i < 12; ++i) {
+    const unsigned channel = active_channel();
+    builder.synced_tag(channel, random.bits(), 1).tags(channel, 3, 0);
+  }
+  return PackedStreamBuilder::packed_bytes(builder.bits());
+}
+
+// Far behind the last start, where each scan passes many records by itself.
+TEST(PackedSearchDifferentialTest, SyncsThatBreakOffFarBehindTheLastStart) {
+  std::size_t found = 0;
+  for (std::uint64_t seed = 0; seed < 186; ++seed) {
+    Random random(seed);
+    PackedCase c;
+    c.seed = seed;
+    c.stream.bits = static_cast<unsigned>(1 + seed / 2 % 31);
+    c.stream.mode = random.percent(50) ? internal_mode : external_mode;
+    c.stream.mask = random.percent(40) ? 0 : static_cast<unsigned>(1 + random.below(15));
+    c.bytes = restless_bytes(seed, c.stream.bits, c.stream.mask, random);
+    const auto difference = compare_probes(c, found);
+    ASSERT_FALSE(difference) << *difference;
+  }
+  EXPECT_GT(found, 100U);
+}
+
+TEST(PackedSearchDifferentialTest, SyncsThatBreakOffWhileTheBytesArrive) {
+  Reached reached;
+  for (std::uint64_t seed = 0; seed < 124; ++seed) {
+    Random random(seed);
+    PackedCase c;
+    c.seed = seed;
+    c.stream.bits = static_cast<unsigned>(1 + seed / 2 % 31);
+    c.stream.mask = random.percent(40) ? 0 : static_cast<unsigned>(1 + random.below(15));
+    c.bytes = restless_bytes(seed, c.stream.bits, c.stream.mask, random);
+    choose_chunks(c, random.pick(packed_chunk_sizes), 6'000'000);
+    const auto difference = compare(c, reached);
+    ASSERT_FALSE(difference) << *difference;
+  }
+  EXPECT_GT(reached.tags, 500U);
+}
+
 }  // namespace
 }  // namespace zelk::timing
