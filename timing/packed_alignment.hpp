@@ -116,9 +116,9 @@ class PackedAlignmentSearch {
     }
 
     detail::BitReader reader;
-    std::uint64_t first_bit;  // of record 0
-    std::uint64_t next;
-    std::uint64_t end;
+    std::uint64_t first_bit = 0;  // of record 0
+    std::uint64_t next = 0;
+    std::uint64_t end = 0;
   };
 
   void begin(const Stream& stream, std::size_t last_start_byte);
