@@ -76,8 +76,9 @@ struct PackedCase {
   PackedStream stream;
   std::vector<std::uint8_t> bytes;
   std::size_t chunk_bytes = 1;
+  bool is_chunk_random = false;  // chunks of 1 to chunk_bytes
   // A lost lock is given back before every call, with times or without.
-  enum class Lock { found, given, given_with_times } lock = Lock::found;
+  enum class Lock { found, given, given_with_times, given_with_extremes } lock = Lock::found;
   bool is_debug_on = true;
 };
 
@@ -99,6 +100,29 @@ inline void give_times(LiteralPackedDecoder& a, StreamDecoder& b, Random& random
   }
 }
 
+// Gives both decoders a state in which some sum is about to leave its range, and
+// some channels that no plain tag can come on.
+inline void give_extremes(LiteralPackedDecoder& a, StreamDecoder& b, Random& random) {
+  constexpr std::uint64_t top = std::uint64_t{1} << 63;
+  const int units_shift = static_cast<int>(b.packed_bits) + b.packed_shift;
+  for (std::size_t ch = 0; ch < 4; ++ch) {
+    const std::uint64_t near = random.below(5) - 2;
+    a.packed_last_ps[ch] = b.packed_last_ps[ch] = static_cast<std::int64_t>(
+        near + random.pick(std::array<std::uint64_t, 4>{0, top, top - (1 << 20), top / 2}));
+    a.packed_overflow[ch] = b.packed_overflow[ch] =
+        random.percent(40)
+            ? 0
+            : near + random.pick(std::array<std::uint64_t, 6>{
+                         0, top, top >> units_shift, (top / 2) >> units_shift,
+                         random.pick(packed_thresholds_ps) >> units_shift, std::uint64_t{1} << 32});
+    a.packed_has_time[ch] = b.packed_has_time[ch] = random.percent(80);
+  }
+  if (random.percent(30)) {
+    a.pending_sync_channel = b.pending_sync_channel = static_cast<std::int32_t>(random.below(4));
+    a.pending_sync_base_ps = b.pending_sync_base_ps = random.bits() >> random.below(64);
+  }
+}
+
 inline std::string seed_and_call(const PackedCase& c, std::size_t call) {
   std::ostringstream out;
   out << "seed " << c.seed << ", call " << call << " (bits " << c.stream.bits << ", quantum "
@@ -114,20 +138,29 @@ inline std::optional<std::string> first_difference(const PackedCase& c,
                                                    StreamDecoder& product, std::size_t& tags_seen) {
   Random random(c.seed ^ 0x5EED);
   std::size_t call = 0;
+  Tags reused;
   for (std::size_t done = 0; done < c.bytes.size(); ++call) {
-    const std::size_t size = std::min(c.chunk_bytes, c.bytes.size() - done);
+    const std::size_t chunk = c.is_chunk_random ? 1 + random.below(c.chunk_bytes) : c.chunk_bytes;
+    const std::size_t size = std::min(chunk, c.bytes.size() - done);
     if (c.lock != PackedCase::Lock::found && !literal.packed_locked && !product.packed_locked) {
       literal.packed_locked = product.packed_locked = true;
       literal.bit_offset = product.bit_offset = done == 0 ? 0 : random.below(8);
       if (c.lock == PackedCase::Lock::given_with_times) {
         give_times(literal, product, random);
       }
+      if (c.lock == PackedCase::Lock::given_with_extremes) {
+        give_extremes(literal, product, random);
+      }
     }
     const Tags expected = literal.feed(c.bytes.data() + done, size);
-    const Tags actual = product.feed(c.bytes.data() + done, size);
+    if (call % 2 == 0) {
+      reused = product.feed(c.bytes.data() + done, size);
+    } else {
+      product.feed(c.bytes.data() + done, size, reused);
+    }
     tags_seen += expected.size();
     Difference difference;
-    compare_tags(difference, expected, actual);
+    compare_tags(difference, expected, reused);
     compare_state(difference, literal, product);
     if (difference.found()) {
       return seed_and_call(c, call) + *difference.found();

@@ -197,5 +197,43 @@ TEST(PackedDifferentialTest, LockedStreamsOfManyTagsACall) {
   EXPECT_GT(compare_all(cases).lines, 10U);
 }
 
+// The records that the decoder has fast loops for, in chunks of any size, between
+// records that end such a loop: syncs, channels without a time or not active,
+// deltas next to a threshold, and sums next to their limits.
+TEST(PackedDifferentialTest, CommonRecordsBetweenAllOthers) {
+  Reached reached;
+  for (std::uint64_t seed = 0; seed < 744; ++seed) {
+    Random random(seed);
+    PackedCase c;
+    c.seed = seed;
+    c.stream = stream_of(seed, random);
+    c.stream.bits = static_cast<unsigned>(1 + seed % 31);
+    c.stream.mask = random.percent(60) ? 0 : c.stream.mask;
+    c.lock = random.percent(50) ? Case::Lock::given_with_times : Case::Lock::given_with_extremes;
+    c.chunk_bytes = random.pick(std::array<std::size_t, 5>{9, 40, 300, 3000, 30'000});
+    c.is_chunk_random = true;
+    const int bits = static_cast<int>(c.stream.bits);
+    const std::uint64_t overflow_percent = random.pick(std::array<std::uint64_t, 4>{0, 1, 30, 90});
+    const std::uint64_t sync_permille = random.pick(std::array<std::uint64_t, 3>{0, 1, 30});
+    PackedStreamBuilder builder(bits);
+    for (std::uint64_t n = random.below(4000); n > 0; --n) {
+      const auto channel = static_cast<unsigned>(random.below(4));
+      if (random.below(1000) < sync_permille) {
+        builder.synced_tag(channel, random.bits() >> random.below(64), 0);
+      } else if (random.percent(overflow_percent)) {
+        // All ones would be a sync start.
+        builder.overflow(channel, (random.bits() >> random.below(64)) & ~std::uint64_t{1});
+      } else {
+        builder.tag(channel, random.bits() >> random.below(64));
+      }
+    }
+    c.bytes = PackedStreamBuilder::packed_bytes(builder.bits());
+    const auto difference = compare(c, reached);
+    ASSERT_FALSE(difference) << *difference;
+  }
+  EXPECT_GT(reached.tags, 100'000U);
+  EXPECT_GT(reached.lines, 1000U);
+}
+
 }  // namespace
 }  // namespace zelk::timing

@@ -156,6 +156,52 @@ TEST(StreamDecoderFeedTest, FormatChoosesThePath) {
   EXPECT_THAT(raw.feed(words.data(), words.size()), IsEmpty());
 }
 
+TEST(StreamDecoderFeedTest, AListIsClearedThenFilledAndItsMemoryUsedAgain) {
+  StreamDecoder decoder = ps_decoder();
+  const Bytes bytes = big_endian_64({ps_record(1, 77), ps_record(2, 78), ps_record(3, 79)});
+  std::vector<TimeTag> tags(50, TimeTag{0, -1});
+  const TimeTag* const memory = tags.data();
+  decoder.feed(bytes.data(), 8, tags);
+  EXPECT_THAT(tags, ElementsAre(TimeTag{1, 77}));
+  decoder.feed(bytes.data() + 8, 16, tags);
+  EXPECT_THAT(tags, ElementsAre(TimeTag{2, 78}, TimeTag{3, 79}));
+  decoder.feed(nullptr, 0, tags);
+  EXPECT_THAT(tags, IsEmpty());
+  EXPECT_EQ(tags.data(), memory);
+}
+
+TEST(StreamDecoderFeedTest, AListIsClearedByEveryFormatThatDecodesNothing) {
+  for (const std::uint32_t number : {0U, 1U, 2U, 3U}) {
+    for (const std::uint8_t bits : std::initializer_list<std::uint8_t>{16, 32}) {
+      StreamFileHeader header = stream_header(static_cast<Format>(number), StreamMode::external);
+      header.packed_bits = bits;
+      StreamDecoder decoder(header);
+      std::vector<TimeTag> tags(3, TimeTag{0, -1});
+      const std::uint8_t byte = 0;
+      decoder.feed(&byte, 1, tags);
+      EXPECT_THAT(tags, IsEmpty()) << "format " << number;
+    }
+  }
+}
+
+// More may be pending than part of a record: all of it comes first.
+TEST(StreamDecoderFeedTest, WholeRecordsThatArePendingComeBeforeTheFreshOnes) {
+  Bytes records;
+  std::vector<TimeTag> expected;
+  for (unsigned i = 0; i < 9; ++i) {
+    const Bytes record = big_endian_64({ps_record(i % 4, 100 + i)});
+    records.insert(records.end(), record.begin(), record.end());
+    expected.push_back({static_cast<std::uint8_t>(i % 4), 100 + i});
+  }
+  for (std::ptrdiff_t waiting = 0; waiting <= 72; ++waiting) {
+    StreamDecoder decoder = ps_decoder();
+    decoder.pending.assign(records.begin(), records.begin() + waiting);
+    const std::size_t fresh = records.size() - decoder.pending.size();
+    EXPECT_EQ(decoder.feed(records.data() + waiting, fresh), expected) << waiting << " pending";
+    EXPECT_THAT(decoder.pending, IsEmpty());
+  }
+}
+
 TEST(StreamDecoderFeedTest, UnknownFormatDecodesNothingAndKeepsItsBytes) {
   for (const std::uint32_t number : {3U, 4U, 255U, 0xFFFFFFFFU}) {
     StreamDecoder decoder(stream_header(static_cast<Format>(number), StreamMode::external));

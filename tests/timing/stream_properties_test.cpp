@@ -118,8 +118,9 @@ std::size_t tags_agreed_on(StreamDecoder& decoder, Literal& literal, const Bytes
                            const std::vector<std::size_t>& chunk_sizes) {
   std::size_t count = 0;
   std::size_t offset = 0;
+  Tags tags;
   for (const std::size_t size : chunk_sizes) {
-    const Tags tags = decoder.feed(bytes.data() + offset, size);
+    decoder.feed(bytes.data() + offset, size, tags);
     const Tags expected = literal.feed(bytes.data() + offset, size);
     if (tags != expected || !same_state(decoder, literal)) {
       ADD_FAILURE() << "bytes " << offset << " to " << offset + size << " of " << bytes.size()
@@ -265,6 +266,37 @@ TEST(Delta32AgreementTest, AgreesWhereTimesOverflowAndAtEveryBoundary) {
     tags_seen += tags_agreed_on(decoder, literal, bytes, random.chunk_sizes(bytes.size(), longest));
   }
   EXPECT_GT(tags_seen, 10'000U);
+}
+
+// ---- Streams of many tags a call --------------------------------------------
+
+TEST(Raw64AgreementTest, LongStreamsAgreeAfterEachCall) {
+  std::size_t tags_seen = 0;
+  for (std::uint64_t seed = 1; seed <= 40 && !HasFailure(); ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    RandomStreams random(seed);
+    const bool coarse_fine = random.one_in(2);
+    StreamDecoder decoder = raw64_decoder(coarse_fine);
+    LiteralRaw64 literal = literal_raw64(coarse_fine);
+    const Bytes clean = coarse_fine ? random.cf_records(6000) : random.ps_records(6000);
+    const Bytes bytes = random.one_in(2) ? clean : random.damaged(clean, 3000);
+    tags_seen += tags_agreed_on(decoder, literal, bytes, random.chunk_sizes(bytes.size(), 40'000));
+  }
+  EXPECT_GT(tags_seen, 200'000U);
+}
+
+TEST(Delta32AgreementTest, LongStreamsAgreeAfterEachCall) {
+  std::size_t tags_seen = 0;
+  for (std::uint64_t seed = 1; seed <= 40 && !HasFailure(); ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    RandomStreams random(seed);
+    StreamDecoder decoder = delta32_decoder();
+    LiteralDelta32 literal;
+    const Bytes clean = random.delta32_recording(5000).bytes;
+    const Bytes bytes = random.one_in(2) ? clean : random.damaged(clean, 3000);
+    tags_seen += tags_agreed_on(decoder, literal, bytes, random.chunk_sizes(bytes.size(), 20'000));
+  }
+  EXPECT_GT(tags_seen, 100'000U);
 }
 
 }  // namespace
