@@ -10,7 +10,7 @@
 //   static void prepare(void* memory, std::size_t bytes);
 //
 // says that this part of it is about to be written. It begins a whole number of
-// MiB after the start of the memory.
+// 64 KiB after the start of the memory.
 #pragma once
 
 #include <cstddef>

@@ -129,7 +129,7 @@ TEST(TimeList, BeyondTheAddressSpaceThrowsAndStaysAsItIs) {
 
 #endif
 
-// Memory that looks at what is prepared: whole MiB inside it, each once.
+// Memory that looks at what is prepared: whole 64 KiB inside it, each once.
 struct WatchedMemory {
   static inline std::uintptr_t begin = 0;
   static inline std::size_t size = 0;
@@ -143,13 +143,13 @@ struct WatchedMemory {
   }
   static void prepare(void* memory, std::size_t bytes) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) - begin, prepared);
-    EXPECT_EQ(bytes % (std::size_t{1} << 20), 0U);
+    EXPECT_EQ(bytes % (std::size_t{64} << 10), 0U);
     prepared += bytes;
     EXPECT_LE(prepared, size);
   }
 };
 
-TEST(TimeList, PreparesItsMemoryAtMostAMebibyteAhead) {
+TEST(TimeList, PreparesItsMemoryAtMost64KibibytesAhead) {
   BasicTimeList<WatchedMemory> list;
   for (std::size_t i = 0; i < 300; ++i) {
     append(list, 0, 10'007);
@@ -158,7 +158,7 @@ TEST(TimeList, PreparesItsMemoryAtMostAMebibyteAhead) {
       EXPECT_EQ(WatchedMemory::prepared, 0U);  // a short list takes what it writes
     } else if (i > 20) {
       EXPECT_GE(WatchedMemory::prepared, bytes);
-      EXPECT_LT(WatchedMemory::prepared, bytes + (std::size_t{1} << 20));
+      EXPECT_LT(WatchedMemory::prepared, bytes + (std::size_t{64} << 10));
     }
   }
 }
