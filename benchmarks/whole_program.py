@@ -8,15 +8,18 @@ usage: whole_program.py [--runs N] [--quick] PROGRAM
 """
 
 import argparse
+import mmap
 import os
 import statistics
 import subprocess
 import sys
+import threading
 import time
 
 # Bytes that the tags of a channel take when they come soon after each other.
 TAG_BYTES = {"raw64": 8, "delta32": 4, "packed_delta": 19 / 8}
 MOST_PREPARED_BYTES = 1_000_000_000
+DEFAULT_QUEUE_TAGS = 131072
 MIB = 1 << 20
 
 
@@ -40,6 +43,32 @@ class Run:
         return int(self.report[key])
 
 
+class PauseProbe:
+    """Sleeps 1 ms again and again, and keeps the longest time that it was kept waiting.
+
+    What stops the probe on an otherwise idle machine stops the program, too.
+    """
+
+    def __enter__(self):
+        self.longest_s = 0
+        self._ended = threading.Event()
+        self._thread = threading.Thread(target=self._watch)
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._ended.set()
+        self._thread.join()
+
+    def _watch(self):
+        last = time.monotonic()
+        while not self._ended.is_set():
+            time.sleep(0.001)
+            now = time.monotonic()
+            self.longest_s = max(self.longest_s, now - last)
+            last = now
+
+
 def burst(form, prepared_s, rate, **more):
     keys = {"pause_us": 0, "prepared_s": prepared_s, **more}
     if rate:
@@ -60,14 +89,31 @@ def dropped_nothing(runs):
     return text if good == len(runs) else text + f", {100 * worst:.2f} % in the worst"
 
 
+def print_default_queue_row(name, program, settings, count, tags_per_s):
+    """A run that drops says something only where the machine stood still for less than the queue lasts."""
+    runs, paused, longest_s = [], 0, 0
+    for _ in range(count):
+        with PauseProbe() as probe:
+            run = Run(program, *settings)
+        longest_s = max(longest_s, probe.longest_s)
+        if probe.longest_s > DEFAULT_QUEUE_TAGS / tags_per_s and run["reader_dropped"]:
+            paused += 1
+        else:
+            runs.append(run)
+    text = dropped_nothing(runs) if runs else "no run counts"
+    if paused:
+        text += f", not counting {paused} beside a probe that was paused for longer than the queue lasts"
+    print_row(name, f"{text} (longest pause {1e3 * longest_s:.0f} ms)")
+
+
 def steady_rates(program, count, capture_s):
     for mtags in (10, 20):
         for form, size in TAG_BYTES.items():
             rate = mtags * 1e6 * size
             length_s = min(capture_s, MOST_PREPARED_BYTES / rate)
             settings = burst(form, length_s, rate) + [f"capture_s={length_s}"]
-            runs = [Run(program, *settings) for _ in range(count)]
-            print_row(f"{form}, {mtags} Mtag/s for {length_s:.1f} s", dropped_nothing(runs))
+            name = f"{form}, {mtags} Mtag/s for {length_s:.1f} s"
+            print_default_queue_row(name, program, settings, count, mtags * 1e6)
 
 
 def full_link(program, count, length_s):
@@ -95,11 +141,37 @@ def as_fast_as_it_gives(program, count, capture_s):
 
 
 def default_link(program, count):
-    for form in TAG_BYTES:
+    for form, size in TAG_BYTES.items():
         settings = ["port=sim://burst?pause_us=0", f"format={form}", "mode=external"]
         settings += ["channel_mask=0x0f", "capture_s=3"]
-        runs = [Run(program, *settings) for _ in range(count)]
-        print_row(f"{form}, a unit made on the way, 40 MB/s", dropped_nothing(runs))
+        name = f"{form}, a unit made on the way, 40 MB/s"
+        print_default_queue_row(name, program, settings, count, 40e6 / size)
+
+
+def end_of_capture(program, count, tags):
+    """What a run takes beside its capture, less the same of a capture that is over at once."""
+    length_s = tags / 5e7
+    settings = burst("raw64", length_s, 4e8) + ["channel_mask=0x03", "queue_limit=8388608"]
+    times_s = []
+    for _ in range(count):
+        capture_s = length_s + 0.2
+        before_s = Run(program, *settings, "capture_s=0.001").wall_s
+        full = Run(program, *settings, f"capture_s={capture_s}")
+        times_s.append(full.wall_s - capture_s - before_s)
+    text = f"{statistics.median(times_s):.2f} s ({min(times_s):.2f} to {max(times_s):.2f})"
+    print_row(f"from the end of the capture to exit, {full['tags_total'] / 1e6:.0f} Mtag", text)
+
+
+def fresh_memory():
+    """The rate at which the system gives memory, the bound of every list that grows."""
+    piece = bytes(MIB)
+    pieces = 512
+    with mmap.mmap(-1, pieces * MIB) as memory:
+        start = time.monotonic()
+        for _ in range(pieces):
+            memory.write(piece)
+        rate = pieces * MIB / (time.monotonic() - start)
+    print_row("fresh memory, written once", f"{rate / 1e9:.1f} GB/s, {rate / 8e6:.0f} million times")
 
 
 def idle(program, count, capture_s):
@@ -128,8 +200,11 @@ def main():
     count = 1 if arguments.quick else arguments.runs
     print("\nthe whole program, on a unit whose bytes are prepared")
     steady_rates(program, count, 0.05 if arguments.quick else 10)
+    fresh_memory()
     full_link(program, count, 0.05 if arguments.quick else 2)
+    fresh_memory()
     as_fast_as_it_gives(program, count, 0.05 if arguments.quick else 0.8)
+    end_of_capture(program, count, 1e6 if arguments.quick else 84e6)
     if not arguments.quick:
         default_link(program, count)
     idle(program, count, 0.05 if arguments.quick else 10)
