@@ -13,7 +13,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <map>
 #include <numeric>
 #include <random>
@@ -21,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "benchmarks/stopwatch.hpp"
 #include "smoke_test/analysis.hpp"
 #include "smoke_test/channel_analysis.hpp"
 #include "smoke_test/pair_analysis.hpp"
@@ -81,20 +81,6 @@ const Pair& pair_of(const benchmark::State& state) {
     made_for = arguments;
   }
   return pair;
-}
-
-double processor_seconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-// Processor time, so that other work on the machine does not count.
-template <typename Action>
-double seconds(Action&& action) {
-  const double start = processor_seconds();
-  action();
-  return processor_seconds() - start;
 }
 
 double median(std::vector<double> values) {

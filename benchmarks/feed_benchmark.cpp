@@ -11,10 +11,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <ctime>
 #include <random>
 #include <vector>
 
+#include "benchmarks/stopwatch.hpp"
 #include "simulator/encoders/delta32_encoder.hpp"
 #include "simulator/encoders/packed_delta_encoder.hpp"
 #include "simulator/encoders/raw64_encoder.hpp"
@@ -139,20 +139,6 @@ Stream noise_stream() {
     byte = static_cast<std::uint8_t>(random());
   }
   return stream;
-}
-
-// Processor time, so that other work on the machine does not count.
-double processor_seconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-template <typename Action>
-double seconds(Action&& action) {
-  const double start = processor_seconds();
-  action();
-  return processor_seconds() - start;
 }
 
 // The yardstick, over a raw64 stream. Returns its time per record.

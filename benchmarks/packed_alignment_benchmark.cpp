@@ -5,11 +5,11 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <ctime>
 #include <random>
 #include <span>
 #include <vector>
 
+#include "benchmarks/stopwatch.hpp"
 #include "tests/reference/literal_packed_delta.hpp"
 #include "timing/packed_alignment.hpp"
 #include "timing/stream_header.hpp"
@@ -40,20 +40,6 @@ PackedAlignmentSearch::Stream make_stream(const benchmark::State& state) {
   return {.bits = static_cast<int>(state.range(0)),
           .active_mask = static_cast<std::uint8_t>(state.range(1)),
           .mode = StreamMode::internal};
-}
-
-double processor_seconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-// Processor time, so that other work on the machine does not count.
-template <typename Action>
-double seconds(Action&& action) {
-  const double start = processor_seconds();
-  action();
-  return processor_seconds() - start;
 }
 
 // Arguments: payload bits, channel mask, content.

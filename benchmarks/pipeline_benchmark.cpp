@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <deque>
 #include <memory>
 #include <random>
 #include <span>
 #include <vector>
 
+#include "benchmarks/stopwatch.hpp"
 #include "smoke_test/capture_statistics.hpp"
 #include "tests/reference/literal_analysis.hpp"
 #include "timing/tag_queue.hpp"
@@ -40,20 +40,6 @@ std::vector<TimeTag> steady_tags(std::size_t count, Channels channels) {
     tags[i] = {static_cast<std::uint8_t>(channel % channel_count), time_ps += tag_interval_ps};
   }
   return tags;
-}
-
-// Processor time, so that other work on the machine does not count.
-double processor_seconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
-
-template <typename Action>
-double seconds(Action&& action) {
-  const double start = processor_seconds();
-  action();
-  return processor_seconds() - start;
 }
 
 // Calls `action` with each batch of the tags, as a capture gets them.

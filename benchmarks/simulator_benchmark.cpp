@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -18,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/stopwatch.hpp"
 #include "simulator/device_backend.hpp"
 #include "simulator/encoders/encoder_for.hpp"
 #include "simulator/open_backend.hpp"
@@ -40,14 +40,6 @@ using zelk::timing::Format;
 constexpr std::size_t read_bytes = std::size_t{1} << 18;
 constexpr std::size_t bytes_per_iteration = std::size_t{1} << 24;
 constexpr int time_out_ms = 1000;
-
-// Processor time of this thread, so that other work on the machine does not
-// count.
-double processor_seconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-}
 
 std::unique_ptr<DeviceBackend> started_device(const std::string& port, Format format) {
   std::unique_ptr<DeviceBackend> device = open_backend(port, {});
