@@ -70,18 +70,6 @@ void Delta32Encoder::Channel::find_near_end() {
                           epoch_end_ps(origin_ps + last_ps)});
 }
 
-void Delta32Encoder::append_all(std::span<const timing::TimeTag> tags,
-                                std::vector<std::uint8_t>& bytes) {
-  while (!tags.empty()) {
-    std::size_t done = append_near(tags, bytes);
-    if (done == 0) {
-      append(tags.front(), bytes);
-      done = 1;
-    }
-    tags = tags.subspan(done);
-  }
-}
-
 // Appends tags up to the first that is not near, of one block at most. Returns
 // their number.
 std::size_t Delta32Encoder::append_near(std::span<const timing::TimeTag> tags,

@@ -48,7 +48,6 @@ class Delta32Encoder final : public StreamEncoder {
   static constexpr std::int64_t base_interval_ps = 10'000'000'000;
 
   void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) override;
-  void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) override;
 
  private:
   // Nearly all tags of a busy stream are near: one word says the step, with no
@@ -65,7 +64,8 @@ class Delta32Encoder final : public StreamEncoder {
     std::int64_t near_end_ps = 0;  // stream time of the next slot or end of an epoch
   };
 
-  std::size_t append_near(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes);
+  std::size_t append_near(std::span<const timing::TimeTag> tags,
+                          std::vector<std::uint8_t>& bytes) override;
 
   std::array<Channel, timing::channel_count> channels_{};
 };

@@ -73,18 +73,6 @@ void PackedDeltaEncoder::append(const timing::TimeTag& tag, std::vector<std::uin
   append_far(tag, time, bytes);
 }
 
-void PackedDeltaEncoder::append_all(std::span<const timing::TimeTag> tags,
-                                    std::vector<std::uint8_t>& bytes) {
-  while (!tags.empty()) {
-    std::size_t done = append_near(tags, bytes);
-    if (done == 0) {
-      append(tags.front(), bytes);
-      done = 1;
-    }
-    tags = tags.subspan(done);
-  }
-}
-
 // Appends tags that leave by the short way, up to the first that does not and of
 // one block at most. Returns their number.
 std::size_t PackedDeltaEncoder::append_near(std::span<const timing::TimeTag> tags,

@@ -165,7 +165,6 @@ class PackedDeltaEncoder final : public StreamEncoder {
   PackedDeltaEncoder(int payload_bits, int quantum_ps, std::uint32_t start_bits = 0);
 
   void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) override;
-  void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) override;
 
   // Overflow records that say 0 fill the last byte, at most seven of them. A
   // host adds nothing for them.
@@ -189,7 +188,8 @@ class PackedDeltaEncoder final : public StreamEncoder {
     }
   };
 
-  std::size_t append_near(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes);
+  std::size_t append_near(std::span<const timing::TimeTag> tags,
+                          std::vector<std::uint8_t>& bytes) override;
   void append_far(const timing::TimeTag& tag, Ticks time, std::vector<std::uint8_t>& bytes);
   [[nodiscard]] std::optional<Ticks> base_for(Ticks last, Ticks time) const;
   [[nodiscard]] std::optional<Ticks> delta_for(Ticks last, Ticks time) const;

@@ -22,20 +22,18 @@ void Raw64Encoder::append(const timing::TimeTag& tag, std::vector<std::uint8_t>&
   append_big_endian(ps_record(tag), bytes);
 }
 
-void Raw64Encoder::append_all(std::span<const timing::TimeTag> tags,
-                              std::vector<std::uint8_t>& bytes) {
+std::size_t Raw64Encoder::append_near(std::span<const timing::TimeTag> tags,
+                                      std::vector<std::uint8_t>& bytes) {
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): written before it is read
   std::array<std::uint8_t, tags_per_block * raw64::record_bytes> block;
-  while (!tags.empty()) {
-    const auto now = tags.first(std::min(tags.size(), tags_per_block));
-    std::uint8_t* end = block.data();
-    for (const timing::TimeTag& tag : now) {
-      put_big_endian(ps_record(tag), end);
-      end += raw64::record_bytes;
-    }
-    bytes.insert(bytes.end(), block.data(), end);
-    tags = tags.subspan(now.size());
+  tags = tags.first(std::min(tags.size(), tags_per_block));
+  std::uint8_t* end = block.data();
+  for (const timing::TimeTag& tag : tags) {
+    put_big_endian(ps_record(tag), end);
+    end += raw64::record_bytes;
   }
+  bytes.insert(bytes.end(), block.data(), end);
+  return tags.size();
 }
 
 CoarseFineEncoder::CoarseFineEncoder() {

@@ -17,7 +17,10 @@ namespace zelk::simulator {
 class Raw64Encoder final : public StreamEncoder {
  public:
   void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) override;
-  void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) override;
+
+ private:
+  std::size_t append_near(std::span<const timing::TimeTag> tags,
+                          std::vector<std::uint8_t>& bytes) override;
 };
 
 // Layout "raw_cf": the count of the first clock edge not before the event, and

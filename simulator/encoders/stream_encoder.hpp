@@ -24,15 +24,28 @@ class StreamEncoder {
   virtual void append(const timing::TimeTag& tag, std::vector<std::uint8_t>& bytes) = 0;
 
   // Appends the bytes that say `tags`, the same as tag by tag.
-  virtual void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) {
-    for (const timing::TimeTag& tag : tags) {
-      append(tag, bytes);
+  void append_all(std::span<const timing::TimeTag> tags, std::vector<std::uint8_t>& bytes) {
+    while (!tags.empty()) {
+      std::size_t done = append_near(tags, bytes);
+      if (done == 0) {
+        append(tags.front(), bytes);
+        done = 1;
+      }
+      tags = tags.subspan(done);
     }
   }
 
   // Called when no further tag is at hand: completes the last byte, so that the
   // last tag need not wait for the next.
   virtual void flush(std::vector<std::uint8_t>& /*bytes*/) {}
+
+ private:
+  // Appends the first tags as far as the encoder has a shorter way for them, at
+  // most tags_per_block. Returns their number.
+  virtual std::size_t append_near(std::span<const timing::TimeTag> /*tags*/,
+                                  std::vector<std::uint8_t>& /*bytes*/) {
+    return 0;
+  }
 };
 
 // Writes `word`, most significant byte first.
