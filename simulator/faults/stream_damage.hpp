@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "simulator/ports/fault_plan.hpp"
-#include "simulator/signals/random_numbers.hpp"
+#include "simulator/random_numbers.hpp"
 
 namespace zelk::simulator {
 

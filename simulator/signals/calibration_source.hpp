@@ -5,8 +5,8 @@
 #include <array>
 #include <cstdint>
 
+#include "simulator/random_numbers.hpp"
 #include "simulator/signals/group_source.hpp"
-#include "simulator/signals/random_numbers.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {

@@ -8,9 +8,9 @@
 #include <memory>
 #include <vector>
 
+#include "simulator/random_numbers.hpp"
 #include "simulator/settings.hpp"
 #include "simulator/signals/event_queue.hpp"
-#include "simulator/signals/random_numbers.hpp"
 #include "simulator/signals/signal_source.hpp"
 
 namespace zelk::simulator {

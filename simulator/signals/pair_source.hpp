@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
+#include "simulator/random_numbers.hpp"
 #include "simulator/settings.hpp"
 #include "simulator/signals/event_queue.hpp"
-#include "simulator/signals/random_numbers.hpp"
 #include "simulator/signals/signal_source.hpp"
 
 namespace zelk::simulator {

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
+#include "simulator/random_numbers.hpp"
 #include "simulator/signals/group_source.hpp"
-#include "simulator/signals/random_numbers.hpp"
 
 namespace zelk::simulator {
 

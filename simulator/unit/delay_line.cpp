@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-#include "simulator/signals/random_numbers.hpp"
+#include "simulator/random_numbers.hpp"
 #include "timing/wire_format.hpp"
 
 namespace zelk::simulator {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "simulator/failure.hpp"
-#include "simulator/signals/random_numbers.hpp"
+#include "simulator/random_numbers.hpp"
 
 namespace zelk::simulator {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "simulator/signals/random_numbers.hpp"
+#include "simulator/random_numbers.hpp"
 
 namespace zelk::simulator {
 

@@ -12,9 +12,9 @@
 
 #include "simulator/call_records.hpp"
 #include "simulator/failure.hpp"
+#include "simulator/random_numbers.hpp"
 #include "simulator/signals/calibration_source.hpp"
 #include "simulator/signals/merged_source.hpp"
-#include "simulator/signals/random_numbers.hpp"
 #include "simulator/unit/prepared_stream.hpp"
 #include "simulator/unit/stream_session.hpp"
 

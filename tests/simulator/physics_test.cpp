@@ -7,7 +7,7 @@
 #include <cmath>
 #include <map>
 
-#include "simulator/signals/random_numbers.hpp"
+#include "simulator/random_numbers.hpp"
 #include "simulator/unit/delay_line.hpp"
 #include "tests/simulator/unit_streams.hpp"
 
