@@ -17,7 +17,7 @@
 #include <cstring>
 #include <new>
 
-#ifdef __linux__
+#if defined(__linux__) && !defined(ZELK_WITHOUT_MREMAP)
 #include <sys/mman.h>
 #endif
 
@@ -39,7 +39,7 @@ struct CopiedMemory {
   static void prepare(void* /*memory*/, std::size_t /*bytes*/) {}
 };
 
-#ifdef __linux__
+#if defined(__linux__) && !defined(ZELK_WITHOUT_MREMAP)
 
 // Lets the system map the pages to another address instead of copying them:
 // growing a list of 256 MiB takes microseconds, and a copy of it a good part of

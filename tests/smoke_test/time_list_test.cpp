@@ -38,7 +38,7 @@ bool counts_up(const BasicTimeList<Memory>& list, std::size_t count) {
 template <typename Memory>
 struct TimeLists : testing::Test {};
 
-#ifdef __linux__
+#if defined(__linux__) && !defined(ZELK_WITHOUT_MREMAP)
 using Memories = testing::Types<CopiedMemory, MappedMemory>;
 #else
 using Memories = testing::Types<CopiedMemory>;
@@ -117,7 +117,7 @@ TYPED_TEST(TimeLists, ThatNoSizeCouldHoldThrowAndStayAsTheyAre) {
   EXPECT_THAT(list.times(), ElementsAre(1, 2, 3, 4));
 }
 
-#ifdef __linux__
+#if defined(__linux__) && !defined(ZELK_WITHOUT_MREMAP)
 
 TEST(TimeList, BeyondTheAddressSpaceThrowsAndStaysAsItIs) {
   BasicTimeList<MappedMemory> list;
