@@ -4,7 +4,9 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "simulator/failure.hpp"
@@ -99,6 +101,13 @@ class LineParser {
 }  // namespace
 
 FileTags read_tag_file(const std::string& path) {
+  // A pipe without a writer would hold the open for ever.
+  std::error_code error;
+  const auto kind = std::filesystem::status(path, error).type();
+  if (kind != std::filesystem::file_type::regular &&
+      kind != std::filesystem::file_type::not_found && kind != std::filesystem::file_type::none) {
+    throw Failure(Status::cannot_read_tag_file, path + " is no plain file");
+  }
   const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rbe"));
   if (!file) {
     throw Failure(Status::cannot_open_tag_file, "cannot open " + path);

@@ -1,6 +1,7 @@
 #include "simulator/signals/tag_file.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <string>
@@ -100,6 +101,14 @@ TEST_F(TagFile, FilesThatCannotBeReadAreRefused) {
   failure_text(Status::cannot_open_tag_file, [&] { read_tag_file(""); });
   const std::string directory = directory_.path();
   failure_text(Status::cannot_read_tag_file, [&] { read_tag_file(directory); });
+}
+
+// Opening it would wait for somebody who writes.
+TEST_F(TagFile, APipeIsRefusedAtOnce) {
+  const std::string pipe = directory_.path() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0666), 0);
+  EXPECT_EQ(failure_text(Status::cannot_read_tag_file, [&] { read_tag_file(pipe); }),
+            pipe + " is no plain file");
 }
 
 TEST_F(TagFile, AnEndlessLineIsRefused) {
