@@ -120,6 +120,7 @@ qx_status qx_open(qx_device** device, const char* port, int rate) {
 }
 
 void qx_close(qx_device* device) {
+  Library::instance().next_status("qx_close");
   Library::instance().close_device(device);
 }
 

@@ -1,8 +1,10 @@
 #include "tests/scripted_device/library.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 #include "tests/scripted_device/scripted_device.hpp"
@@ -13,6 +15,17 @@ namespace {
 std::string text_of_file(const char* path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// What the script says for the next call of this function; the last one stays.
+template <typename Number>
+Number for_call(const std::map<std::string, std::vector<Number>>& script,
+                const std::string& function, std::map<std::string, std::size_t>& made) {
+  const auto found = script.find(function);
+  if (found == script.end() || found->second.empty()) {
+    return 0;
+  }
+  return found->second[std::min(made[function]++, found->second.size() - 1)];
 }
 
 }  // namespace
@@ -43,6 +56,7 @@ void Library::load(Script script) {
   const std::lock_guard lock(mutex_);
   script_ = std::move(script);
   calls_made_.clear();
+  delays_taken_.clear();
   reads_taken_ = 0;
   left_over_.clear();
   status_texts_.clear();
@@ -58,13 +72,14 @@ std::vector<std::string> Library::calls() {
 }
 
 qx_status Library::next_status(const std::string& function) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(next_delay_ms(function)));
   const std::lock_guard lock(mutex_);
-  const auto found = script_.statuses.find(function);
-  if (found == script_.statuses.end() || found->second.empty()) {
-    return 0;
-  }
-  const std::size_t made = calls_made_[function]++;
-  return found->second[std::min(made, found->second.size() - 1)];
+  return for_call(script_.statuses, function, calls_made_);
+}
+
+int Library::next_delay_ms(const std::string& function) {
+  const std::lock_guard lock(mutex_);
+  return for_call(script_.delays_ms, function, delays_taken_);
 }
 
 void Library::log(const qx_device* device, const std::string& line) {

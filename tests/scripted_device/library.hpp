@@ -34,7 +34,8 @@ class Library {
 
   [[nodiscard]] const Script& script() const { return script_; }  // constant between loads
 
-  // The next status of this function; takes it off the script.
+  // The next status of this function, after the delay of the call; takes both off
+  // the script.
   qx_status next_status(const std::string& function);
 
   // Logs a call; a note on a bad handle and on a concurrent
@@ -62,10 +63,12 @@ class Library {
   Library();
   std::string note_on(const qx_device* device);
   void append(const std::string& line);
+  int next_delay_ms(const std::string& function);
 
   std::mutex mutex_;
   Script script_;
   std::map<std::string, std::size_t> calls_made_;
+  std::map<std::string, std::size_t> delays_taken_;
   std::size_t reads_taken_ = 0;
   Bytes left_over_;
   std::map<qx_status, std::string> status_texts_;

@@ -115,6 +115,7 @@ std::string rest_of(std::istream& in) {
     in.get();
   }
   std::getline(in, text);
+  std::ranges::replace(text, '|', '\n');
   return text;
 }
 
@@ -127,12 +128,14 @@ std::array<T, Size> parse_numbers(std::istream& in) {
   return numbers;
 }
 
-void parse_statuses(Script& script, std::istream& in) {
+// A function's name and the numbers for its calls.
+template <typename Number>
+void parse_calls(std::map<std::string, std::vector<Number>>& calls, std::istream& in) {
   std::string function;
   in >> function;
-  qx_status status = 0;
-  while (in >> status) {
-    script.statuses[function].push_back(status);
+  Number number = 0;
+  while (in >> number) {
+    calls[function].push_back(number);
   }
 }
 
@@ -143,7 +146,9 @@ void parse_line(Script& script, const std::string& line) {
     return;
   }
   if (word == "status") {
-    parse_statuses(script, in);
+    parse_calls(script.statuses, in);
+  } else if (word == "delay") {
+    parse_calls(script.delays_ms, in);
   } else if (word == "status_text") {
     const auto status = parse_number<qx_status>(in);
     script.status_texts[status] = rest_of(in);
@@ -170,6 +175,23 @@ void parse_line(Script& script, const std::string& line) {
     script.forever = parse_read(in);
   } else {
     throw std::runtime_error("unknown line in a device script: " + line);
+  }
+}
+
+std::string in_one_line(std::string text) {
+  std::ranges::replace(text, '\n', '|');
+  return text;
+}
+
+template <typename Number>
+void write_calls(std::ostream& out, const char* word,
+                 const std::map<std::string, std::vector<Number>>& calls) {
+  for (const auto& [function, numbers] : calls) {
+    out << word << function;
+    for (const Number number : numbers) {
+      out << ' ' << number;
+    }
+    out << '\n';
   }
 }
 
@@ -201,18 +223,13 @@ qx_identity make_identity(std::string_view text_a, std::string_view text_b, std:
 
 std::string to_text(const Script& script) {
   std::ostringstream out;
-  for (const auto& [function, statuses] : script.statuses) {
-    out << "status " << function;
-    for (const qx_status status : statuses) {
-      out << ' ' << status;
-    }
-    out << '\n';
-  }
+  write_calls(out, "status ", script.statuses);
+  write_calls(out, "delay ", script.delays_ms);
   for (const auto& [status, text] : script.status_texts) {
-    out << "status_text " << status << ' ' << text << '\n';
+    out << "status_text " << status << ' ' << in_one_line(text) << '\n';
   }
   if (script.last_error) {
-    out << "last_error " << *script.last_error << '\n';
+    out << "last_error " << in_one_line(*script.last_error) << '\n';
   }
   out << "identity " << identity_to_hex(script.identity) << '\n';
   for (const auto& [port, identity] : script.discovered) {

@@ -4,8 +4,9 @@
 // Text form, one item a line; "#" at the start of a line makes it a comment:
 //
 //   status <function> <status>...      statuses of its calls; the last one stays
-//   status_text <status> <text>        what qx_status_string gives
-//   last_error <text>                  what qx_last_error gives; null without it
+//   delay <function> <ms>...           waited before its calls answer; the last one stays
+//   status_text <status> <text>        what qx_status_string gives; "|" is a line feed
+//   last_error <text>                  what qx_last_error gives, likewise; null without it
 //   identity <192 hex digits>
 //   discovered <port|null|empty> <192 hex digits|null>
 //   reference_clock <nine numbers>
@@ -57,8 +58,9 @@ struct DiscoveredEntry {
 struct Script {
   // The nth call takes the nth status, further calls the last. None: 0.
   std::map<std::string, std::vector<qx_status>> statuses{};
-  std::map<qx_status, std::string> status_texts{};  // missing ones read "status <number>"
-  std::optional<std::string> last_error{};          // none: a null pointer
+  std::map<std::string, std::vector<int>> delays_ms{};  // likewise, in ms; none: 0
+  std::map<qx_status, std::string> status_texts{};      // missing ones read "status <number>"
+  std::optional<std::string> last_error{};              // none: a null pointer
 
   qx_identity identity = make_identity("", "", "SN1", "scripted device");
   std::vector<DiscoveredEntry> discovered{};
