@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -78,15 +79,54 @@ Channel make_terminal() {
   return {std::move(ours), std::move(theirs)};
 }
 
-Channel make_output(Program::Output output) {
-  if (output == Program::Output::full_device) {
+void fill(int pipe) {
+  const int flags = fcntl(pipe, F_GETFL);
+  fcntl(pipe, F_SETFL, flags | O_NONBLOCK);
+  const std::array<char, 4096> page{};
+  while (write(pipe, page.data(), page.size()) > 0) {
+  }
+  fcntl(pipe, F_SETFL, flags);
+}
+
+Channel make_output(Program::Output output, const std::filesystem::path& directory) {
+  using enum Program::Output;
+  if (output == full_device) {
     return {Descriptor(), Descriptor(open("/dev/full", O_WRONLY | O_CLOEXEC))};
   }
+  if (output == file) {
+    const std::filesystem::path path = directory / "output";
+    return {Descriptor(),
+            Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))};
+  }
+  if (output == closed) {
+    return {};
+  }
   Channel channel = make_pipe();
-  if (output == Program::Output::closed_pipe) {
+  if (output == closed_pipe) {
     channel.ours.close();
+  } else if (output == full_pipe) {
+    fill(channel.theirs.get());
   }
   return channel;
+}
+
+// Our end of a pipe that stays open as long as the program runs, and unread.
+Descriptor end_to_keep(Channel& channel, Program::Output output) {
+  using enum Program::Output;
+  return output == unread_pipe || output == full_pipe ? std::move(channel.ours) : Descriptor();
+}
+
+// In the child, before it becomes the program.
+bool connect(int descriptor, int standard_descriptor) {
+  return descriptor < 0 ? close(standard_descriptor) == 0
+                        : dup2(descriptor, standard_descriptor) >= 0;
+}
+
+void block_alarm() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGALRM);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
@@ -120,7 +160,15 @@ pid_t start(const Program& program, int output, int error) {
   signal(SIGINT, program.ignore_interrupt ? SIG_IGN : SIG_DFL);
   signal(SIGTERM, SIG_DFL);
   signal(SIGPIPE, SIG_DFL);
-  if (dup2(output, STDOUT_FILENO) < 0 || dup2(error, STDERR_FILENO) < 0 ||
+  signal(SIGXFSZ, SIG_DFL);
+  if (program.block_alarm) {
+    block_alarm();
+  }
+  if (program.largest_file_bytes) {
+    const rlimit limit{*program.largest_file_bytes, *program.largest_file_bytes};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  if (!connect(output, STDOUT_FILENO) || !connect(error, STDERR_FILENO) ||
       (!program.directory.empty() && chdir(program.directory.c_str()) != 0)) {
     _exit(126);
   }
@@ -137,18 +185,20 @@ bool contains(const std::filesystem::path& file, const std::string& text) {
 class Running {
  public:
   Running(const Program& program, Clock::time_point started, pid_t child, Descriptor output,
-          Descriptor error)
+          Descriptor error, Descriptor terminal)
       : program_(program),
         started_(started),
         child_(child),
         output_(std::move(output)),
-        error_(std::move(error)) {}
+        error_(std::move(error)),
+        terminal_(std::move(terminal)) {}
 
   ProgramResult finish() {
     int status = 0;
     while (waitpid(child_, &status, WNOHANG) == 0) {
       collect();
       send_due_signals();
+      stop_and_release_terminal();
       if (!result_.killed_by_watchdog && Clock::now() - started_ > program_.watchdog) {
         result_.killed_by_watchdog = true;
         kill(child_, SIGKILL);
@@ -156,6 +206,7 @@ class Running {
     }
     result_.duration =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started_);
+    terminal_.close();
     while (output_.get() >= 0 || error_.get() >= 0) {
       collect();
     }
@@ -207,11 +258,28 @@ class Running {
     }
   }
 
+  void stop_and_release_terminal() {
+    if (!program_.terminal_stop || terminal_.get() < 0) {
+      return;
+    }
+    const Clock::duration now = Clock::now() - started_;
+    if (!terminal_stopped_ && now >= program_.terminal_stop->from) {
+      tcflow(terminal_.get(), TCOOFF);
+      terminal_stopped_ = true;
+    }
+    if (terminal_stopped_ && now >= program_.terminal_stop->to) {
+      tcflow(terminal_.get(), TCOON);
+      terminal_.close();
+    }
+  }
+
   const Program& program_;
   Clock::time_point started_;  // before the child was, so that no run looks too short
   pid_t child_;
   Descriptor output_;
   Descriptor error_;
+  Descriptor terminal_;  // the program's end, as long as it may be stopped
+  bool terminal_stopped_ = false;
   ProgramResult result_;
   std::size_t signals_sent_ = 0;
   std::optional<Clock::time_point> condition_met_;
@@ -220,13 +288,22 @@ class Running {
 }  // namespace
 
 ProgramResult run(const Program& program) {
-  Channel output = make_output(program.output);
-  Channel error = program.error_on_terminal ? make_terminal() : make_pipe();
+  Channel output = make_output(program.output, program.directory);
+  Channel error =
+      program.error_on_terminal ? make_terminal() : make_output(program.error, program.directory);
   const Clock::time_point started = Clock::now();
   const pid_t child = start(program, output.theirs.get(), error.theirs.get());
   output.theirs.close();
+  Descriptor terminal;
+  if (program.terminal_stop) {
+    terminal = std::move(error.theirs);
+  }
   error.theirs.close();
-  return Running(program, started, child, std::move(output.ours), std::move(error.ours)).finish();
+  const Descriptor unread_output = end_to_keep(output, program.output);
+  const Descriptor unread_error = end_to_keep(error, program.error);
+  return Running(program, started, child, std::move(output.ours), std::move(error.ours),
+                 std::move(terminal))
+      .finish();
 }
 
 std::map<std::string, std::string> sanitizer_environment() {

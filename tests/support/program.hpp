@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -21,11 +22,21 @@ struct SignalPlan {
   std::chrono::milliseconds delay{0};
 };
 
+// A span of the run in which the terminal takes nothing, as after Ctrl-S.
+struct TerminalStop {
+  std::chrono::milliseconds from{0};
+  std::chrono::milliseconds to{0};
+};
+
 struct Program {
   enum class Output {
     captured,
     closed_pipe,  // a pipe whose reader has gone before the program starts
     full_device,  // /dev/full: every write fails
+    unread_pipe,  // a pipe that nobody reads
+    full_pipe,    // the same, which takes nothing any more
+    closed,       // no descriptor at all
+    file,         // "output" in the program's directory
   };
 
   std::filesystem::path file;
@@ -33,8 +44,12 @@ struct Program {
   std::map<std::string, std::string> environment;  // all of it, nothing is inherited
   std::filesystem::path directory;                 // to run in; empty: the test's own
   Output output = Output::captured;
+  Output error = Output::captured;
   bool error_on_terminal = false;  // standard error is a pseudo-terminal, in raw mode
-  bool ignore_interrupt = false;   // started with SIGINT ignored
+  std::optional<TerminalStop> terminal_stop;
+  bool ignore_interrupt = false;                    // started with SIGINT ignored
+  bool block_alarm = false;                         // started with SIGALRM blocked
+  std::optional<std::uint64_t> largest_file_bytes;  // the limit for files written
   std::vector<SignalPlan> signals;
   std::chrono::seconds watchdog{30};
 };
