@@ -3,7 +3,8 @@
 //
 // A Device owns its library handle and closes it when destroyed. It is made
 // and destroyed on the main thread; while a TagStreamReader runs, only the
-// reader's thread calls the library with the handle.
+// reader's thread calls the library with the handle. A CallWatch is told of
+// every call; it is borrowed and must outlive the Device.
 #pragma once
 
 #include <array>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "timing/c_api/zelk_timing.h"
+#include "timing/call_watch.hpp"
 #include "timing/reference_clock.hpp"
 #include "timing/time_tag.hpp"
 #include "timing/transport.hpp"
@@ -57,17 +59,18 @@ class Device {
   static constexpr int standard_rate = 3'000'000;
 
   // The attached devices in the library's order. Throws Error "discover".
-  static std::vector<DiscoveredDevice> discover();
+  static std::vector<DiscoveredDevice> discover(CallWatch* watch = nullptr);
 
   // Opens the device at `port`; the standard rate goes through
   // qx_open_serial(), any other through qx_open(). Throws Error "open".
-  static Device open(std::string_view port, int rate);
+  static Device open(std::string_view port, int rate, CallWatch* watch = nullptr);
 
   // Opens the first discovered device, never another one, and loads
-  // "fine_lut.bin" from the working directory when there is a valid one.
+  // "fine_lut.bin" from the working directory when there is a valid one, which
+  // is a plain file.
   // Throws Error "discover" or "open", or one with status
   // no_device_found_status when nothing is attached.
-  static Device open_first(int rate);
+  static Device open_first(int rate, CallWatch* watch = nullptr);
 
   // Closes the handle when owned. Does not stop a stream.
   ~Device();
@@ -151,8 +154,10 @@ class Device {
   std::array<std::vector<std::int64_t>, channel_count> fine_lut;
 
  private:
-  Device() = default;
+  explicit Device(CallWatch* watch) : watch_(watch) {}
   void require(qx_status status, const char* operation) const;
+
+  CallWatch* watch_;  // null when nobody watches
 };
 
 // Where per-device calibration files live: "$HOME/.zelk.timing/calibrations",

@@ -2,6 +2,7 @@
 // working directory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -194,6 +195,12 @@ TEST_F(OpenFirst, OneMoreThanTheLargestCountIsRefused) {
 
 TEST_F(OpenFirst, DirectoryInTheFilesPlaceKeepsTheDefaults) {
   std::filesystem::create_directory("fine_lut.bin");
+  EXPECT_TRUE(has_default_tables(open()));
+}
+
+// Opening it would wait for somebody who writes.
+TEST_F(OpenFirst, LeavesAPipeAlone) {
+  ASSERT_EQ(mkfifo("fine_lut.bin", 0666), 0);
   EXPECT_TRUE(has_default_tables(open()));
 }
 
