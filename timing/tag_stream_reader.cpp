@@ -32,7 +32,12 @@ void TagStreamReader::start(const StreamFileHeader& header, std::size_t read_chu
   dropped = 0;
   stop_requested = false;
   running = true;
-  thread = std::thread(&TagStreamReader::run, this, header, std::max(read_chunk, min_read_chunk));
+  try {
+    thread = std::thread(&TagStreamReader::run, this, header, std::max(read_chunk, min_read_chunk));
+  } catch (...) {
+    running = false;
+    throw;
+  }
 }
 
 void TagStreamReader::stop() {

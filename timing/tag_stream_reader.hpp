@@ -43,6 +43,7 @@ class TagStreamReader {
   // (at least min_queue_limit). A thread that still runs is stopped and joined
   // first. The queue and the count of dropped tags begin anew. A reader whose
   // thread has failed cannot be started again: the stored exception is rethrown.
+  // Throws std::system_error when the system has no thread to give.
   void start(const StreamFileHeader& header, std::size_t read_chunk, std::size_t limit);
 
   // Ends the thread after its current read. Rethrows the exception that ended
