@@ -5,10 +5,14 @@
 #include <cstdio>
 #include <ratio>
 
+#include "timing/detail/standard_error.hpp"
+
 namespace {
 
 constexpr std::chrono::milliseconds update_interval{200};
 constexpr const char* erase_line = "\r\x1b[K";
+
+using zelk::timing::detail::standard_error_is_ready;
 
 }  // namespace
 
@@ -17,7 +21,7 @@ Progress::Progress(double capture_s)
       enabled_(capture_s >= shortest_capture_s && isatty(STDERR_FILENO) != 0) {}
 
 Progress::~Progress() {
-  if (shown_) {
+  if (shown_ && standard_error_is_ready()) {
     std::fputs(erase_line, stderr);
   }
 }
@@ -27,6 +31,9 @@ void Progress::update(std::chrono::steady_clock::duration elapsed, std::uint64_t
     return;
   }
   next_update_ = elapsed + update_interval;
+  if (!standard_error_is_ready()) {
+    return;
+  }
   shown_ = true;
   const double elapsed_s = std::chrono::duration<double>(elapsed).count();
   const double rate = elapsed_s > 0 ? static_cast<double>(tags) / elapsed_s : 0.0;

@@ -1,5 +1,6 @@
 // The line of progress that a person watching a longer capture sees: rewritten
-// in place on standard error, only when that is a terminal.
+// in place on standard error, only when that is a terminal. While the terminal
+// takes nothing, because it was stopped, the line is left out.
 #pragma once
 
 #include <chrono>

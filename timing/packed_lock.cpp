@@ -6,6 +6,7 @@
 #include <iostream>
 #include <string>
 
+#include "timing/detail/standard_error.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/wire_format.hpp"
 
@@ -29,7 +30,9 @@ constexpr std::size_t reported_unaligned_bytes = 4096;
 void StreamDecoder::packed_debug_log(const std::string& text) const {
   if (std::getenv("ZELK_PACKED_DEBUG") != nullptr && debug_lines < max_debug_lines) {
     ++debug_lines;
-    std::cerr << "packed-decoder: " + text + "\n";
+    if (detail::standard_error_is_ready()) {
+      std::cerr << "packed-decoder: " + text + "\n";
+    }
   }
 }
 
