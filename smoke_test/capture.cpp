@@ -1,9 +1,9 @@
 #include "smoke_test/capture.hpp"
 
 #include <chrono>
-#include <new>
 #include <span>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -23,12 +23,21 @@ constexpr std::chrono::milliseconds empty_queue_pause{2};
 constexpr std::size_t probe_buffer_bytes = 65536;
 constexpr std::chrono::milliseconds empty_read_pause{1};
 
+void start(TagStreamReader& reader, const Config& config,
+           const zelk::timing::StreamFileHeader& header) {
+  const SignalsForMainThread handled_here;
+  try {
+    reader.start(header, read_chunk_bytes, config.queue_limit);
+  } catch (const std::system_error& error) {
+    throw std::runtime_error("cannot start the reader thread: " + error.code().message());
+  }
+}
+
 void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatch& interrupt,
-                  CaptureStatistics& statistics, Watchdog& watchdog) {
+                  CaptureStatistics& statistics) {
   Progress progress(capture_s);
   const Deadline deadline(capture_s);
   while (deadline.is_ahead() && interrupt.signal_number() == 0) {
-    watchdog.kick(Watchdog::streaming_limit);
     const std::span<const TimeTag> tags = reader.drain();
     progress.update(deadline.elapsed(), statistics.total());
     statistics.add(tags);
@@ -38,41 +47,31 @@ void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatc
   }
 }
 
-Capture run_capture(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                    const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
-  Capture capture{.statistics = CaptureStatistics(config.bin_s)};
-  const InterruptWatch interrupt;
-  TagStreamReader reader(device);
-  reader.start(header, read_chunk_bytes, config.queue_limit);
-  collect_tags(reader, config.capture_s, interrupt, capture.statistics, watchdog);
-  watchdog.kick(Watchdog::streaming_limit);
-  reader.stop();
-  stream.stop();
-  capture.reader_dropped = reader.dropped;
-  capture.interrupting_signal = interrupt.signal_number();
-  return capture;
-}
-
 }  // namespace
 
 Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                     const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
-  try {
-    return run_capture(device, stream, config, header, watchdog);
-  } catch (const std::bad_alloc&) {  // of either thread
-    throw std::runtime_error("not enough memory for the captured tags");
-  }
+                     const zelk::timing::StreamFileHeader& header, RunWatch& watch) {
+  Capture capture{.statistics = CaptureStatistics(config.bin_s)};
+  TagStreamReader reader(device);
+  watch.attempt("the captured tags", [&] {  // in either thread
+    start(reader, config, header);
+    collect_tags(reader, config.capture_s, watch.interrupt, capture.statistics);
+    reader.stop();
+  });
+  stream.stop();
+  capture.reader_dropped = reader.dropped;
+  watch.interrupt.end_at_once_from_now_on();
+  capture.interrupting_signal = watch.interrupt.signal_number();
+  return capture;
 }
 
 ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog) {
+                      const zelk::timing::StreamFileHeader& header, RunWatch& watch) {
   ByteProbe probe;
-  const InterruptWatch interrupt;
   zelk::timing::StreamDecoder decoder(header);
   std::vector<std::uint8_t> buffer(probe_buffer_bytes);
   const Deadline deadline(config.capture_s);
-  while (deadline.is_ahead() && interrupt.signal_number() == 0) {
-    watchdog.kick(Watchdog::streaming_limit);
+  while (deadline.is_ahead() && watch.interrupt.signal_number() == 0) {
     const std::size_t received = device.read_stream_bytes(buffer).value_or(0);
     if (received == 0) {
       std::this_thread::sleep_for(empty_read_pause);
@@ -83,6 +82,7 @@ ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const 
     probe.add_tags(decoder.feed(bytes.data(), bytes.size()));
   }
   stream.stop();
-  probe.interrupting_signal = interrupt.signal_number();
+  watch.interrupt.end_at_once_from_now_on();
+  probe.interrupting_signal = watch.interrupt.signal_number();
   return probe;
 }

@@ -6,19 +6,21 @@
 #include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/config.hpp"
-#include "smoke_test/watchdog.hpp"
+#include "smoke_test/run_watch.hpp"
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
 
 // Captures for config.capture_s seconds, then stops the reader and the stream.
 // Tags still queued at that moment are not counted: the capture is exactly as
-// long as the loop. Rethrows what ended the reader thread; memory that does not
-// suffice becomes a std::runtime_error. Keeps the watchdog kicked.
+// long as the loop. Throws FailedRun when something ended the reader thread, when
+// that cannot be started or memory does not suffice; the error was printed while
+// the reader was still there. Throws zelk::timing::Error when the stream does not
+// stop. From its end on a signal ends the program at once.
 Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                     const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);
+                     const zelk::timing::StreamFileHeader& header, RunWatch& watch);
 
 // Reads and decodes on this thread for config.capture_s seconds, without the
 // reader and its queue, then stops the stream. Throws zelk::timing::Error when
-// a read fails. Keeps the watchdog kicked.
+// a read fails. From its end on a signal ends the program at once.
 ByteProbe probe_bytes(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                      const zelk::timing::StreamFileHeader& header, Watchdog& watchdog);
+                      const zelk::timing::StreamFileHeader& header, RunWatch& watch);

@@ -70,9 +70,9 @@ void set_up_calibration_source(Device& device, const Config& config, DeviceSetti
 
 }  // namespace
 
-Device open_device(const Config& config) {
-  return config.port.empty() ? Device::open_first(Device::standard_rate)
-                             : Device::open(config.port, Device::standard_rate);
+Device open_device(const Config& config, zelk::timing::CallWatch* watch) {
+  return config.port.empty() ? Device::open_first(Device::standard_rate, watch)
+                             : Device::open(config.port, Device::standard_rate, watch);
 }
 
 DeviceSettings set_up_device(Device& device, const Config& config) {

@@ -10,8 +10,9 @@
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
 
-// Opens config.port, or the first discovered device when it is empty.
-zelk::timing::Device open_device(const Config& config);
+// Opens config.port, or the first discovered device when it is empty. `watch`,
+// if given, is told of every call of the device.
+zelk::timing::Device open_device(const Config& config, zelk::timing::CallWatch* watch = nullptr);
 
 // Identifies and sets up the device, printing the reference clock's line on
 // the way. Throws zelk::timing::Error named after the step that failed; a

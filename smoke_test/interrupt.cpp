@@ -1,56 +1,91 @@
 #include "smoke_test/interrupt.hpp"
 
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
 #include <csignal>
+
+#include "smoke_test/verdict.hpp"
 
 namespace {
 
 constexpr std::array<int, 2> watched_signals{SIGINT, SIGTERM};
 
-// A signal handler can reach nothing but a global of a lock-free type.
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+// A signal handler can reach nothing but globals of lock-free types.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 std::atomic<int> received_signal{0};
-static_assert(std::atomic<int>::is_always_lock_free);
+std::atomic<bool> ends_at_once{false};
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-void set_disposition(int signal, void (*handler)(int)) {
-  struct sigaction action {};
-  action.sa_handler = handler;
-  sigemptyset(&action.sa_mask);
-  action.sa_flags = SA_RESTART;
-  sigaction(signal, &action, nullptr);
-}
-
-void set_unless_ignored(void (*handler)(int)) {
+void set_unless_ignored(void (*handler)(int), int flags) {
   for (const int signal : watched_signals) {
-    struct sigaction current {};
-    sigaction(signal, nullptr, &current);
-    if (current.sa_handler != SIG_IGN) {
-      set_disposition(signal, handler);
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    if (action.sa_handler != SIG_IGN) {
+      action.sa_handler = handler;
+      action.sa_flags = flags;
+      sigemptyset(&action.sa_mask);
+      sigaction(signal, &action, nullptr);
     }
   }
 }
 
-extern "C" void remember_signal(int signal) {
-  received_signal.store(signal);
-  set_unless_ignored(SIG_DFL);
+extern "C" void take_signal(int signal) {
+  if (ends_at_once) {
+    _exit(exit_signal_base + signal);
+  }
+  received_signal = signal;
+  set_unless_ignored(SIG_DFL, 0);
 }
 
 }  // namespace
 
 InterruptWatch::InterruptWatch() {
   received_signal = 0;
-  set_unless_ignored(&remember_signal);
+  ends_at_once = false;
+  set_unless_ignored(&take_signal, 0);
 }
 
 InterruptWatch::~InterruptWatch() {
-  set_unless_ignored(SIG_DFL);
+  set_unless_ignored(SIG_DFL, 0);
 }
 
 int InterruptWatch::signal_number() const {
   return received_signal;
 }
 
-void ignore_closed_pipes() {
-  set_disposition(SIGPIPE, SIG_IGN);
+void InterruptWatch::check() const {
+  if (signal_number() != 0) {
+    throw Interrupted();
+  }
+}
+
+// A signal in the midst of it leaves its ordinary effect to the next one.
+void InterruptWatch::end_set_up() {
+  if (signal_number() == 0) {
+    set_unless_ignored(&take_signal, SA_RESTART);
+  }
+  if (signal_number() != 0) {
+    set_unless_ignored(SIG_DFL, 0);
+  }
+}
+
+void InterruptWatch::end_at_once_from_now_on() {
+  ends_at_once = true;
+}
+
+SignalsForMainThread::SignalsForMainThread() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : watched_signals) {
+    sigaddset(&signals, signal);
+  }
+  sigaddset(&signals, SIGALRM);
+  pthread_sigmask(SIG_BLOCK, &signals, &before_);
+}
+
+SignalsForMainThread::~SignalsForMainThread() {
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }

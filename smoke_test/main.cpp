@@ -2,7 +2,7 @@
 // analysis, report, verdict.
 #include <algorithm>
 #include <exception>
-#include <iostream>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -13,11 +13,11 @@
 #include "smoke_test/config.hpp"
 #include "smoke_test/device_setup.hpp"
 #include "smoke_test/help.hpp"
-#include "smoke_test/interrupt.hpp"
 #include "smoke_test/options.hpp"
 #include "smoke_test/report.hpp"
+#include "smoke_test/run_watch.hpp"
+#include "smoke_test/standard_streams.hpp"
 #include "smoke_test/verdict.hpp"
-#include "smoke_test/watchdog.hpp"
 
 namespace {
 
@@ -46,26 +46,31 @@ int report_byte_probe(const Config& config, const DeviceSettings& settings,
   return byte_probe_verdict(probe.payload_bytes, probe.interrupting_signal);
 }
 
-int run_smoke_test(const Config& config) {
-  Watchdog watchdog;
-  watchdog.kick(Watchdog::set_up_limit);
-  zelk::timing::Device device = open_device(config);
+int test_stream(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
+                const DeviceSettings& settings, RunWatch& watch) {
+  watch.end_set_up();
+  const zelk::timing::StreamFileHeader header = stream_header(config, settings);
+  if (config.byte_probe) {
+    return report_byte_probe(config, settings, probe_bytes(device, stream, config, header, watch));
+  }
+  return report_capture(config, settings, capture_tags(device, stream, config, header, watch));
+}
+
+int test_device(zelk::timing::Device& device, const Config& config, RunWatch& watch) {
   const DeviceSettings settings = set_up_device(device, config);
   device.start_stream(config.mode);
   ActiveStream stream(device);
-  const zelk::timing::StreamFileHeader header = stream_header(config, settings);
+  return watch.attempt("the analysis",
+                       [&] { return test_stream(device, stream, config, settings, watch); });
+}
 
-  int status = exit_failure;
-  if (config.byte_probe) {
-    const ByteProbe probe = probe_bytes(device, stream, config, header, watchdog);
-    watchdog.rest();
-    status = report_byte_probe(config, settings, probe);
-  } else {
-    const Capture capture = capture_tags(device, stream, config, header, watchdog);
-    watchdog.rest();
-    status = report_capture(config, settings, capture);
-  }
-  watchdog.kick(Watchdog::streaming_limit);  // over the closing of the device
+int run_smoke_test(const Config& config) {
+  RunWatch watch;
+  zelk::timing::Device device =
+      watch.attempt("the set-up", [&] { return open_device(config, &watch); });
+  const int status =
+      watch.attempt("the set-up", [&] { return test_device(device, config, watch); });
+  watch.watchdog.settle(status);
   return status;
 }
 
@@ -85,11 +90,16 @@ int run(const std::vector<std::string_view>& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  ignore_closed_pipes();
+  prepare_standard_streams();
   try {
     return run({argv + std::min(argc, 1), argv + argc});
+  } catch (const FailedRun& failed) {
+    return failed.status;
+  } catch (const std::bad_alloc&) {
+    print_error("not enough memory for the arguments");
+    return exit_failure;
   } catch (const std::exception& error) {
-    std::cerr << error.what() << '\n';
+    print_error(error.what());
     return exit_failure;
   }
 }

@@ -1,12 +1,10 @@
 #include "smoke_test/interrupt.hpp"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 
 namespace {
 
@@ -98,15 +96,48 @@ TEST(InterruptWatchDeathTest, TheSecondSignalMayBeTheOtherOne) {
   EXPECT_EXIT(receive(SIGTERM, SIGINT), testing::KilledBySignal(SIGINT), "");
 }
 
-TEST(ClosedPipe, BecomesAnErrorOfTheWrite) {
-  const SignalSetting ordinary(SIGPIPE, SIG_DFL);
-  ignore_closed_pipes();
-  std::array<int, 2> ends{};
-  ASSERT_EQ(pipe(ends.data()), 0);
-  close(ends[0]);
-  EXPECT_EQ(write(ends[1], "x", 1), -1);
-  EXPECT_EQ(errno, EPIPE);
-  close(ends[1]);
+// Returns only when the signal did not end the program.
+void receive_at_the_end(int signal) {
+  InterruptWatch watch;
+  watch.end_at_once_from_now_on();
+  std::raise(signal);
+  std::_Exit(0);
+}
+
+TEST(InterruptWatchDeathTest, NearTheEndASignalEndsTheProgramWithItsStatus) {
+  EXPECT_EXIT(receive_at_the_end(SIGINT), testing::ExitedWithCode(128 + SIGINT), "^$");
+  EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^$");
+}
+
+TEST(InterruptWatch, NearTheEndStillKnowsAnEarlierSignal) {
+  InterruptWatch watch;
+  std::raise(SIGTERM);
+  watch.end_at_once_from_now_on();
+  EXPECT_EQ(watch.signal_number(), SIGTERM);
+}
+
+TEST(InterruptWatch, CheckThrowsOnceASignalHasArrived) {
+  const InterruptWatch watch;
+  EXPECT_NO_THROW(watch.check());
+  std::raise(SIGINT);
+  EXPECT_THROW(watch.check(), Interrupted);
+  EXPECT_STREQ(Interrupted().what(), "interrupted during set-up");
+}
+
+TEST(SignalsForMainThread, KeepsThemFromThreadsThatBeginMeanwhile) {
+  sigset_t in_thread;
+  sigset_t before;
+  sigset_t after;
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  {
+    const SignalsForMainThread handled_here;
+    std::thread([&] { pthread_sigmask(SIG_SETMASK, nullptr, &in_thread); }).join();
+  }
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  for (const int signal : {SIGINT, SIGTERM, SIGALRM}) {
+    EXPECT_EQ(sigismember(&in_thread, signal), 1);
+    EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal));
+  }
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 namespace {
@@ -16,45 +18,101 @@ bool timer_runs() {
   return timer.it_value.tv_sec != 0 || timer.it_value.tv_usec != 0;
 }
 
+[[noreturn]] void hang() {
+  for (;;) {
+    std::this_thread::sleep_for(1s);
+  }
+}
+
 TEST(WatchdogDeathTest, EndsTheProgramWithOneLineAndStatus2) {
   EXPECT_EXIT(
       {
         Watchdog watchdog;
-        watchdog.kick(20ms);
-        std::this_thread::sleep_for(30s);
+        watchdog.begin_call(20ms);
+        hang();
       },
       testing::ExitedWithCode(2), "^the device library does not answer\n$");
 }
 
-TEST(WatchdogDeathTest, AKickStartsTheTimeAnew) {
+TEST(WatchdogDeathTest, WatchesACallOfAnotherThread) {
   EXPECT_EXIT(
       {
         Watchdog watchdog;
-        watchdog.kick(20ms);
-        watchdog.kick(60s);
-        std::this_thread::sleep_for(100ms);
-        std::_Exit(7);
+        std::thread([&] {
+          watchdog.begin_call(20ms);
+          hang();
+        }).detach();
+        hang();
+      },
+      testing::ExitedWithCode(2), "^the device library does not answer\n$");
+}
+
+TEST(WatchdogDeathTest, LetsACallTakeItsLimit) {
+  EXPECT_EXIT(
+      {
+        Watchdog watchdog;
+        watchdog.begin_call(2s);
+        std::this_thread::sleep_for(1900ms);
+        watchdog.end_call();
+        _exit(7);
       },
       testing::ExitedWithCode(7), "^$");
 }
 
-TEST(Watchdog, SleepsUntilItIsKicked) {
-  const Watchdog watchdog;
-  EXPECT_FALSE(timer_runs());
+TEST(WatchdogDeathTest, CountsEachCallAnew) {
+  EXPECT_EXIT(
+      {
+        Watchdog watchdog;
+        for (int i = 0; i < 4; ++i) {
+          watchdog.begin_call(1s);
+          std::this_thread::sleep_for(700ms);
+        }
+        _exit(7);
+      },
+      testing::ExitedWithCode(7), "^$");
 }
 
-TEST(Watchdog, RestsWhenItIsToldTo) {
-  Watchdog watchdog;
-  watchdog.kick(60s);
-  EXPECT_TRUE(timer_runs());
-  watchdog.rest();
-  EXPECT_FALSE(timer_runs());
+TEST(WatchdogDeathTest, CountsNothingBetweenCalls) {
+  EXPECT_EXIT(
+      {
+        Watchdog watchdog;
+        watchdog.begin_call(20ms);
+        watchdog.end_call();
+        std::this_thread::sleep_for(1s);
+        _exit(7);
+      },
+      testing::ExitedWithCode(7), "^$");
 }
 
-TEST(Watchdog, RestsWhenItIsGone) {
+TEST(WatchdogDeathTest, ASettledRunEndsWithItsOwnStatusAndWithoutALine) {
+  EXPECT_EXIT(
+      {
+        Watchdog watchdog;
+        watchdog.settle(3);
+        watchdog.begin_call(20ms);
+        hang();
+      },
+      testing::ExitedWithCode(3), "^$");
+}
+
+TEST(WatchdogDeathTest, WakesUpAlsoWhenItsSignalWasBlocked) {
+  EXPECT_EXIT(
+      {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGALRM);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        Watchdog watchdog;
+        watchdog.begin_call(20ms);
+        hang();
+      },
+      testing::ExitedWithCode(2), "^the device library does not answer\n$");
+}
+
+TEST(Watchdog, TakesItsTimerWithIt) {
   {
-    Watchdog watchdog;
-    watchdog.kick(60s);
+    const Watchdog watchdog;
+    EXPECT_TRUE(timer_runs());
   }
   EXPECT_FALSE(timer_runs());
 }

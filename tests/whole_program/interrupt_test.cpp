@@ -116,5 +116,76 @@ TEST(FirstSignal, LeavesAFailingStopAFailure) {
   EXPECT_EQ(result.output, internal_reference_line);
 }
 
+constexpr const char* interrupted = "interrupted during set-up\n";
+
+// A device that takes its time for one call of the set-up, which is long enough
+// for the signal to arrive.
+class SetUpInterrupted : public testing::TestWithParam<int> {
+ protected:
+  static SmokeTestResult run_slow_in(const char* function, const char* before,
+                                     std::vector<std::string> arguments) {
+    SmokeTest test(Script{.delays_ms = {{function, {1000}}}}, std::move(arguments));
+    test.program().signals = {{GetParam(), before[0] != 0 ? test.log_file() : "", before, 300ms}};
+    return test.run();
+  }
+};
+
+TEST_P(SetUpInterrupted, ClosesTheDeviceAndSaysSoInOneLine) {
+  const SmokeTestResult result =
+      run_slow_in("qx_load_calibration", "qx_identify", raw64_arguments({"capture_s=30"}));
+  EXPECT_EQ(result.exit_status, 128 + GetParam());
+  EXPECT_EQ(result.error, interrupted);
+  EXPECT_EQ(result.output, "");
+  EXPECT_THAT(result.calls,
+              ElementsAre("qx_open_serial port=ftdi:// -> 0", "qx_identify record=zeroed -> 0",
+                          "qx_load_calibration flag=1 -> 0", "qx_close"));
+}
+
+TEST_P(SetUpInterrupted, StopsAStreamThatHasStarted) {
+  const SmokeTestResult result = run_slow_in("qx_start_stream_mode", "qx_disable_calibration",
+                                             raw64_arguments({"capture_s=30"}));
+  EXPECT_EQ(result.exit_status, 128 + GetParam());
+  EXPECT_EQ(result.error, interrupted);
+  EXPECT_EQ(result.output, internal_reference_line);
+  EXPECT_THAT(calls_from_start(result),
+              ElementsAre("qx_start_stream_mode mode=1 flags=0 -> 0",
+                          "qx_stop_stream_mode flag=true -> 0", "qx_close"));
+}
+
+// A call that the signal interrupts may fail: the signal was first.
+TEST_P(SetUpInterrupted, OutranksTheFailureOfTheCallUnderWay) {
+  SmokeTest test(
+      Script{.statuses = {{"qx_load_calibration", {0}}, {"qx_set_reference_clock", {-9}}},
+             .delays_ms = {{"qx_set_reference_clock", {1000}}}},
+      raw64_arguments());
+  test.program().signals = {{GetParam(), test.log_file(), "qx_load_calibration", 300ms}};
+  const SmokeTestResult result = test.run();
+  EXPECT_EQ(result.exit_status, 128 + GetParam());
+  EXPECT_EQ(result.error, interrupted);
+  EXPECT_EQ(result.calls.back(), "qx_close");
+}
+
+INSTANTIATE_TEST_SUITE_P(BySignal, SetUpInterrupted, testing::Values(SIGINT, SIGTERM));
+
+// A report that is longer than the pipe, and that nobody reads.
+TEST(InterruptedReport, EndsAtOnceWithTheSignalsStatus) {
+  SmokeTest test(raw64_device({{0, 0}, {1, 4'095'999'999'999}}), raw64_arguments({"bin_s=0.001"}));
+  test.program().output = Program::Output::unread_pipe;
+  test.program().signals = {{SIGTERM, {}, {}, 4s}};
+  const SmokeTestResult result = test.run();
+  EXPECT_EQ(result.exit_status, 128 + SIGTERM);
+  EXPECT_EQ(result.error, "");
+}
+
+TEST(InterruptedSetUp, EndsAlsoWhileStandardOutputTakesNothing) {
+  SmokeTest test({}, raw64_arguments({"capture_s=30"}));
+  test.program().output = Program::Output::full_pipe;
+  test.program().signals = {{SIGTERM, test.log_file(), "qx_set_reference_clock", 300ms}};
+  const SmokeTestResult result = test.run();
+  EXPECT_EQ(result.exit_status, 128 + SIGTERM);
+  EXPECT_EQ(result.error, interrupted);
+  EXPECT_EQ(result.calls.back(), "qx_close");
+}
+
 }  // namespace
 }  // namespace zelk::test_support

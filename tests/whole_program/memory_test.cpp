@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +15,10 @@ namespace zelk::test_support {
 namespace {
 
 using scripted_device::Script;
+using testing::AnyOf;
+using testing::Contains;
+using testing::Each;
+using testing::StartsWith;
 
 // 32768 tags with every read, and no end.
 Script endless_stream() {
@@ -49,6 +54,26 @@ TEST(ScarceMemory, IsEnoughForAShortCapture) {
       run_with_address_space("400000", raw64_arguments({"capture_s=0.01"}));
   EXPECT_EQ(result.error, "");
   EXPECT_EQ(result.exit_status, 3);
+}
+
+// From too little for the program to be loaded to enough for the whole run. The
+// reader's thread wants the most at one time.
+TEST(ScarceMemory, IsOneLineThatSaysWhatWasTried) {
+  std::set<std::string> errors;
+  bool complete = false;
+  for (int kib = 8'000; kib < 60'000 && !complete; kib += 500) {
+    const SmokeTestResult result =
+        run_with_address_space(std::to_string(kib), raw64_arguments({"capture_s=0.01"}));
+    complete = result.exit_status == 3 && result.error.empty();
+    if (result.exit_status == 2) {
+      errors.insert(result.error);
+    }
+  }
+  EXPECT_TRUE(complete);
+  EXPECT_THAT(errors,
+              Contains("cannot start the reader thread: Resource temporarily unavailable\n"));
+  EXPECT_THAT(errors, Each(AnyOf(StartsWith("cannot start the reader thread: "),
+                                 StartsWith("not enough memory for "))));
 }
 
 }  // namespace

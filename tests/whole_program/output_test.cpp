@@ -59,8 +59,8 @@ TEST_P(BrokenOutput, FailsHelpAndVersionToo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ByKind, BrokenOutput,
-                         testing::Values(Program::Output::closed_pipe,
-                                         Program::Output::full_device));
+                         testing::Values(Program::Output::closed_pipe, Program::Output::full_device,
+                                         Program::Output::closed));
 
 }  // namespace
 }  // namespace zelk::test_support

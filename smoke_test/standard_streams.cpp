@@ -1,0 +1,62 @@
+#include "smoke_test/standard_streams.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+
+namespace {
+
+void ignore(int signal) {
+  struct sigaction action {};
+  action.sa_handler = SIG_IGN;
+  sigemptyset(&action.sa_mask);
+  sigaction(signal, &action, nullptr);
+}
+
+// Opening gives the lowest free number. What is opened can neither be read nor
+// be written.
+void occupy_standard_descriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) == -1) {
+      open("/", O_PATH);
+    }
+  }
+}
+
+}  // namespace
+
+void prepare_standard_streams() {
+  occupy_standard_descriptors();
+  ignore(SIGPIPE);
+  ignore(SIGXFSZ);
+}
+
+std::string without_control_characters(std::string_view text) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  constexpr unsigned char first_printable = 0x20;
+  constexpr unsigned char del = 0x7F;
+  std::string printable;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= first_printable && byte != del) {
+      printable += c;
+    } else if (c == '\n') {
+      printable += "\\n";
+    } else if (c == '\r') {
+      printable += "\\r";
+    } else if (c == '\t') {
+      printable += "\\t";
+    } else {
+      printable += "\\x";
+      printable += digits[byte >> 4];
+      printable += digits[byte & 0xF];
+    }
+  }
+  return printable;
+}
+
+void print_error(std::string_view text) {
+  std::cerr << without_control_characters(text) + '\n';
+}
