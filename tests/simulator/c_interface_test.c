@@ -129,7 +129,7 @@ static void check_failed_opens(void) {
       {"sim://tags?file=x&pace=0", "port key pace takes real or max"},
       {"sim://tags?file=/nonexistent/tags.csv", "cannot open the tag file"},
       {"sim://tags?file=/", "cannot read the tag file"},
-      {"sim://tags?file=/dev/null", "malformed line in the tag file"},
+      {"sim://tags?file=/dev/null", "cannot read the tag file"}, /* no plain file */
       {"tap://", "the port string names no recording file"},
       {"tap:///nonexistent/a.rec?port=ftdi://", "missing key in port string"},
       {"tap:///nonexistent/a.rec?library=/nonexistent&port=ftdi://",
