@@ -59,9 +59,10 @@ class Library {
 
   void log(const std::string& line) { std::ofstream(file_, std::ios::app) << line << '\n'; }
 
-  // A thread that has been joined may take a moment to leave the process.
+  // A thread that has been joined may take a moment to leave the process, and on a
+  // busy machine a long one.
   [[nodiscard]] std::string left_behind() const {
-    for (int wait = 0; wait < 200 && threads() > threads_before_; ++wait) {
+    for (int wait = 0; wait < 800 && threads() > threads_before_; ++wait) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return "threads_left=" + std::to_string(threads() - threads_before_) +
