@@ -40,6 +40,16 @@ extern "C" void take_signal(int signal) {
   set_unless_ignored(SIG_DFL, 0);
 }
 
+// A signal in the midst of it leaves its ordinary effect to the next one.
+void handle_again(int flags) {
+  if (received_signal == 0) {
+    set_unless_ignored(&take_signal, flags);
+  }
+  if (received_signal != 0) {
+    set_unless_ignored(SIG_DFL, 0);
+  }
+}
+
 }  // namespace
 
 InterruptWatch::InterruptWatch() {
@@ -62,18 +72,13 @@ void InterruptWatch::check() const {
   }
 }
 
-// A signal in the midst of it leaves its ordinary effect to the next one.
 void InterruptWatch::end_set_up() {
-  if (signal_number() == 0) {
-    set_unless_ignored(&take_signal, SA_RESTART);
-  }
-  if (signal_number() != 0) {
-    set_unless_ignored(SIG_DFL, 0);
-  }
+  handle_again(SA_RESTART);
 }
 
 void InterruptWatch::end_at_once_from_now_on() {
   ends_at_once = true;
+  handle_again(0);
 }
 
 SignalsForMainThread::SignalsForMainThread() {
