@@ -49,6 +49,7 @@ class Fields {
     answer.status_text = optional_text();
     answer.last_error = optional_text();
     require((answer.status != 0) == answer.status_text.has_value());
+    require(answer.status != 0 || !answer.last_error);
     return answer;
   }
 

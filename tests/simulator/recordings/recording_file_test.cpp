@@ -212,6 +212,7 @@ TEST_F(RecordingFileTest, RefusesImpossibleContents) {
       {1, Payload().u64(1).u32(18).success().bytes},                        // unknown call
       {1, Payload().u64(1).u32(10).success().bytes},                        // argument missing
       {1, Payload().u64(1).u32(12).u32(0).text("x").null().bytes},          // success with a text
+      {1, Payload().u64(1).u32(12).u32(0).null().text("x").bytes},          // or an error
       {1, Payload().u64(1).u32(12).u32(1).null().null().bytes},             // failure without
       {4, Payload().u64(1).success().bytes},                                // failed with success
       {3, Payload().u64(2).u64(1).u64(1).success().bytes},                  // ends before it begins
