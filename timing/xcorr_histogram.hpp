@@ -29,17 +29,25 @@ struct XcorrHistogram {
 
 namespace detail {
 
+// The number of bins, always odd; 1 without a range or a width.
+inline std::uint64_t bin_count(std::int64_t range_ps, std::int64_t bin_width_ps) {
+  if (range_ps < 1 || bin_width_ps < 1) {
+    return 1;
+  }
+  // Twice a positive signed range fits into 64 unsigned bits, so nothing wraps.
+  const auto width = static_cast<std::uint64_t>(bin_width_ps);
+  const std::uint64_t twice_range = 2 * static_cast<std::uint64_t>(range_ps);
+  const std::uint64_t whole_bins = twice_range / width + (twice_range % width != 0 ? 1 : 0);
+  return whole_bins | 1;
+}
+
 // All bins empty. Throws std::length_error when their number has no meaning
 // as a list length, std::bad_alloc when memory does not suffice.
 inline XcorrHistogram empty_histogram(std::int64_t range_ps, std::int64_t bin_width_ps) {
   if (range_ps < 1 || bin_width_ps < 1) {
     return {.centers_ps = {0}, .counts = {0}};
   }
-  // Twice a positive signed range fits into 64 unsigned bits, so nothing wraps.
-  const auto width = static_cast<std::uint64_t>(bin_width_ps);
-  const std::uint64_t twice_range = 2 * static_cast<std::uint64_t>(range_ps);
-  const std::uint64_t whole_bins = twice_range / width + (twice_range % width != 0 ? 1 : 0);
-  const std::uint64_t bins = whole_bins | 1;
+  const std::uint64_t bins = bin_count(range_ps, bin_width_ps);
   XcorrHistogram histogram;
   if (bins > histogram.counts.max_size()) {
     throw std::length_error("xcorr_histogram");
