@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "smoke_test/window_bounds.hpp"
 #include "timing/detail/partner_windows.hpp"
 #include "timing/detail/sorted_times.hpp"
 #include "timing/detail/wrapping.hpp"
@@ -42,10 +43,10 @@ std::uint64_t count_in_stored_order(std::span<const std::int64_t> a,
   std::uint64_t coincidences = 0;
   std::size_t next = 0;
   for (const std::int64_t x : a) {
-    while (next < b.size() && b[next] < wrap_sub(x, window)) {
+    while (next < b.size() && b[next] < window_low(x, window)) {
       ++next;
     }
-    if (next < b.size() && b[next] <= wrap_add(x, window)) {
+    if (next < b.size() && b[next] <= window_high(x, window)) {
       ++coincidences;
     }
   }

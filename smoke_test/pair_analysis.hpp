@@ -13,7 +13,8 @@
 
 // Tags of `a` with at least one partner in `b` at most `window` ps away, in
 // one forward pass over both lists in their stored order: exact for ascending
-// lists, while a tag out of order can make later ones miss their partners.
+// lists, while a tag out of order can make later ones miss their partners. The
+// bounds of the windows are those of window_bounds.hpp.
 std::uint64_t count_coincidences(const std::vector<std::int64_t>& a,
                                  const std::vector<std::int64_t>& b, std::int64_t window);
 

@@ -8,6 +8,8 @@
 namespace zelk::reference {
 namespace {
 
+__extension__ typedef __int128 Wide;
+
 std::int64_t plus(std::int64_t a, std::int64_t b) {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
 }
@@ -60,13 +62,16 @@ std::uint64_t count_coincidences(const Times& a, const Times& b, std::int64_t wi
   if (window < 0) {
     return 0;
   }
+  const bool wraps = window <= std::int64_t{1} << 62;
   std::uint64_t hits = 0;
   std::size_t j = 0;
   for (const std::int64_t x : a) {
-    while (j < b.size() && b[j] < minus(x, window)) {
+    const Wide low = wraps ? Wide{minus(x, window)} : Wide{x} - window;
+    const Wide high = wraps ? Wide{plus(x, window)} : Wide{x} + window;
+    while (j < b.size() && b[j] < low) {
       ++j;
     }
-    if (j < b.size() && b[j] <= plus(x, window)) {
+    if (j < b.size() && b[j] <= high) {
       ++hits;
     }
   }
@@ -99,7 +104,6 @@ Histogram xcorr_histogram(const Times& a, const Times& b, std::int64_t range_ps,
   if (range_ps < 1 || bin_width_ps < 1) {
     return {{0}, {0}};
   }
-  __extension__ typedef __int128 Wide;
   auto nbins = static_cast<std::int64_t>((Wide{2} * range_ps + bin_width_ps - 1) / bin_width_ps);
   if (nbins % 2 == 0) {
     ++nbins;

@@ -22,7 +22,8 @@ namespace zelk::reference {
 using Times = std::vector<std::int64_t>;  // ps
 
 // Tags of `a` that have a partner in `b`, both lists in their stored order. A
-// negative window has no partners, even where its bounds wrap around.
+// negative window has no partners, even where its bounds wrap around. The bounds
+// of a window above 2^62 are exact and never wrap around.
 std::uint64_t count_coincidences(const Times& a, const Times& b, std::int64_t window);
 
 // Nothing when no difference was kept.

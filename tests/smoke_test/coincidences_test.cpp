@@ -83,6 +83,22 @@ TEST(Coincidences, WindowsReachAcrossTheWholeRange) {
   EXPECT_EQ(count_coincidences({0}, {smallest}, largest), 0U);
 }
 
+// Above half of all times the bounds of a window do not wrap around.
+TEST(Coincidences, VeryWideWindowsAreCutOffAtTheEnds) {
+  constexpr std::int64_t half_of_all = std::int64_t{1} << 62;
+  EXPECT_EQ(count_coincidences({1000}, {1100}, largest), 1U);
+  EXPECT_EQ(count_coincidences({-5000, 5000}, {0}, largest), 2U);
+  EXPECT_EQ(count_coincidences({5000, -5000}, {0}, largest), 2U);
+  EXPECT_EQ(count_coincidences({smallest}, {-1}, largest), 1U);
+  EXPECT_EQ(count_coincidences({smallest}, {0}, largest), 0U);
+  EXPECT_EQ(count_coincidences({largest}, {0}, largest), 1U);
+  EXPECT_EQ(count_coincidences({largest}, {-1}, largest), 0U);
+  EXPECT_EQ(count_coincidences({largest - 5}, {largest - 9}, half_of_all), 0U);
+  EXPECT_EQ(count_coincidences({largest - 5}, {largest - 9}, half_of_all + 1), 1U);
+  EXPECT_EQ(count_coincidences({smallest + 5}, {smallest + 9}, half_of_all), 0U);
+  EXPECT_EQ(count_coincidences({smallest + 5}, {smallest + 9}, half_of_all + 1), 1U);
+}
+
 TEST(Coincidences, AscendingListsAreCountedExactly) {
   zelk::reference::RandomTimes random(1);
   for (int round = 0; round < 300; ++round) {
