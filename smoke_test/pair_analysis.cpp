@@ -1,37 +1,37 @@
 #include "smoke_test/pair_analysis.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <iterator>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "smoke_test/window_bounds.hpp"
 #include "timing/detail/partner_windows.hpp"
 #include "timing/detail/sorted_times.hpp"
 #include "timing/detail/wrapping.hpp"
-#include "timing/time_tag.hpp"
+#include "timing/xcorr_histogram.hpp"
 
-using zelk::timing::XcorrHistogram;
+using zelk::timing::detail::bin_count;
 using zelk::timing::detail::for_each_window;
 using zelk::timing::detail::magnitude;
 using zelk::timing::detail::SortedTimes;
 using zelk::timing::detail::windows_stay_in_range;
-using zelk::timing::detail::wrap_add;
 using zelk::timing::detail::wrap_sub;
 
 namespace {
 
-constexpr std::int64_t histogram_bin_ps = 8;
-constexpr std::size_t top_bin_count = 10;
 constexpr double gaussian_fwhm_factor = 2.355;
-constexpr std::int64_t side_window_ps = 40;
 
-XcorrHistogram histogram_of_pair(const SortedTimes& a, const SortedTimes& b, std::int64_t window_ps,
-                                 std::int64_t offset_ps) {
+HistogramFigures histogram_figures(const SortedTimes& a, const SortedTimes& b,
+                                   std::int64_t window_ps, std::int64_t offset_ps) {
   try {
-    return zelk::timing::xcorr_histogram(a, b, window_ps, histogram_bin_ps, offset_ps);
-  } catch (const std::exception&) {  // std::bad_alloc or std::length_error
+    return bin_count(window_ps, histogram_bin_ps) <= max_histogram_bins
+               ? figures_of(
+                     zelk::timing::xcorr_histogram(a, b, window_ps, histogram_bin_ps, offset_ps))
+               : figures_without_histogram(a, b, window_ps, offset_ps);
+  } catch (const std::bad_alloc&) {
     throw std::runtime_error("the cross-correlation histogram of a window of " +
                              std::to_string(window_ps) + " ps does not fit into memory");
   }
@@ -112,49 +112,18 @@ OffsetEstimate estimate_offset(const SortedTimes& a, const SortedTimes& b, std::
   return {.offset_ps = *middle, .valid = true};
 }
 
-HistogramPeak find_peak(const XcorrHistogram& histogram) {
-  if (histogram.counts.empty() || histogram.counts.size() != histogram.centers_ps.size()) {
-    return {};
-  }
-  const auto fullest = std::ranges::max_element(histogram.counts);
-  const auto index = static_cast<std::size_t>(fullest - histogram.counts.begin());
-  return {.count = *fullest, .center_ps = histogram.centers_ps[index]};
-}
-
-std::uint64_t count_near_center(const XcorrHistogram& histogram, std::int64_t center_ps) {
-  const std::int64_t low = wrap_sub(center_ps, side_window_ps);
-  const std::int64_t high = wrap_add(center_ps, side_window_ps);
-  const std::size_t bins = std::min(histogram.counts.size(), histogram.centers_ps.size());
-  std::uint64_t sum = 0;
-  for (std::size_t i = 0; i < bins; ++i) {
-    if (low <= histogram.centers_ps[i] && histogram.centers_ps[i] <= high) {
-      sum += static_cast<std::uint64_t>(histogram.counts[i]);
-    }
-  }
-  return sum;
-}
-
-std::vector<Ranked> top_bins(const XcorrHistogram& histogram, std::size_t most) {
-  const std::size_t bins = std::min(histogram.counts.size(), histogram.centers_ps.size());
-  std::vector<Ranked> top;
-  for (std::size_t i = 0; i < bins; ++i) {
-    add_ranked(top, {histogram.centers_ps[i], histogram.counts[i]}, most);
-  }
-  return top;
-}
-
 PairAnalysis analyse_pair(const SortedTimes& a, const SortedTimes& b, std::int64_t window_ps) {
   PairAnalysis pair;
   pair.tags_a = a.get().size();
   pair.tags_b = b.get().size();
   pair.coincidences = count_coincidences(a, b, window_ps);
   pair.offset = estimate_offset(a, b, window_ps);
-  const XcorrHistogram histogram = histogram_of_pair(a, b, window_ps, pair.offset.offset_ps);
-  pair.peak = find_peak(histogram);
-  pair.rms_ps = histogram.rms_ps();
+  HistogramFigures figures = histogram_figures(a, b, window_ps, pair.offset.offset_ps);
+  pair.peak = figures.peak;
+  pair.rms_ps = figures.rms_ps;
   pair.fwhm_estimate_ps = pair.rms_ps * gaussian_fwhm_factor;
-  pair.minus_period_window = count_near_center(histogram, -zelk::timing::clock_period_ps);
-  pair.plus_period_window = count_near_center(histogram, zelk::timing::clock_period_ps);
-  pair.top = top_bins(histogram, top_bin_count);
+  pair.minus_period_window = figures.minus_period_window;
+  pair.plus_period_window = figures.plus_period_window;
+  pair.top = std::move(figures.top);
   return pair;
 }

@@ -2,14 +2,13 @@
 // capture. Pure functions, usable from any thread.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
+#include "smoke_test/histogram_figures.hpp"
 #include "smoke_test/ranking.hpp"
 #include "timing/detail/sorted_times.hpp"
-#include "timing/xcorr_histogram.hpp"
 
 // Tags of `a` with at least one partner in `b` at most `window` ps away, in
 // one forward pass over both lists in their stored order: exact for ascending
@@ -33,22 +32,6 @@ struct OffsetEstimate {
 OffsetEstimate estimate_offset(const zelk::timing::detail::SortedTimes& a,
                                const zelk::timing::detail::SortedTimes& b, std::int64_t window_ps);
 
-struct HistogramPeak {
-  std::int64_t count = 0;
-  std::int64_t center_ps = 0;
-};
-
-// The fullest bin; of equals the one with the most negative centre.
-HistogramPeak find_peak(const zelk::timing::XcorrHistogram& histogram);
-
-// Sum of the bins whose centre lies within 40 ps of `center_ps`, ends included.
-std::uint64_t count_near_center(const zelk::timing::XcorrHistogram& histogram,
-                                std::int64_t center_ps);
-
-// The `most` fullest bins as (centre in ps, count): larger counts first, of
-// equals the smaller centre first. Empty bins count too.
-std::vector<Ranked> top_bins(const zelk::timing::XcorrHistogram& histogram, std::size_t most);
-
 // Everything that the report says about the channel pair.
 struct PairAnalysis {
   std::uint64_t tags_a = 0;
@@ -63,7 +46,7 @@ struct PairAnalysis {
   std::vector<Ranked> top;
 };
 
-// Throws std::runtime_error when the histogram of this window does not fit
-// into memory.
+// Throws std::runtime_error when memory does not suffice for the histogram of this
+// window, or for finding its bins.
 PairAnalysis analyse_pair(const zelk::timing::detail::SortedTimes& a,
                           const zelk::timing::detail::SortedTimes& b, std::int64_t window_ps);

@@ -263,5 +263,51 @@ TEST(PairReport, EqualBinsAreRankedByTheirCentre) {
       0);
 }
 
+// Windows far wider than any capture have more bins than memory holds. Every tag
+// then pairs with every other: 0 twice, one clock period before it, 2 ms to both
+// sides, and 2 ms and a period.
+TEST(PairReport, WindowOf5MillisecondsHoldsAllPairs) {
+  expect_report_of(
+      {{1, 99'996'667}, {0, 100'000'000}, {1, 100'000'000}, {0, 2'100'000'000}, {1, 2'100'000'000}},
+      {"coincidence_window_ps=5000000000"},
+      {.tags_total = "5",
+       .counts = {"2", "3", "0", "0"},
+       .coincidences = "2",
+       .peak_count = "2",
+       .peak_center = "0",
+       .rms = "1374369081.273",
+       .fwhm = "3236639186.397",
+       .minus_window = "1",
+       .top_bins = "0:2,-2000003336:1,-2000000000:1,-3336:1,2000000000:1,-5000000000:0,"
+                   "-4999999992:0,-4999999984:0,-4999999976:0,-4999999968:0",
+       .max_gap_ms = "2.000,2.000,0.000,0.000",
+       .min_dt = "2000000000,3333,0,0",
+       .below_10ns = "0,1,0,0",
+       .below_100ns = "0,1,0,0",
+       .below_500ns = "0,1,0,0",
+       .below_900ns = "0,1,0,0",
+       .residues = {{{"2", "0", "1:1,21:1"}, {"2", "0", "1:2,21:1"}, {}, {}}},
+       .bins = {"ch0=2 ch1=3 ch2=0 ch3=0"}},
+      0);
+}
+
+TEST(PairReport, TheWidestWindowHoldsAllPairs) {
+  expect_report_of({{0, 5000}, {1, 5100}}, {"coincidence_window_ps=9223372036854775807"},
+                   {.tags_total = "2",
+                    .counts = {"1", "1", "0", "0"},
+                    .coincidences = "1",
+                    .offset = "100",
+                    .peak_count = "1",
+                    .peak_center = "0",
+                    .top_bins = "0:1,-9223372036854775808:0,-9223372036854775800:0,"
+                                "-9223372036854775792:0,-9223372036854775784:0,"
+                                "-9223372036854775776:0,-9223372036854775768:0,"
+                                "-9223372036854775760:0,-9223372036854775752:0,"
+                                "-9223372036854775744:0",
+                    .residues = {{{"1", "0", "1667:1"}, {"1", "0", "1767:1"}, {}, {}}},
+                    .bins = {"ch0=1 ch1=1 ch2=0 ch3=0"}},
+                   0);
+}
+
 }  // namespace
 }  // namespace zelk::test_support

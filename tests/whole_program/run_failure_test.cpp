@@ -103,21 +103,5 @@ TEST(StopFailure, WithoutALastErrorHasNoParentheses) {
   expect_failed(result, "stop_stream_any: status 9");
 }
 
-// The histogram of this window has more bins than any memory holds.
-TEST(AnalysisFailure, LeavesOneErrorLineAndAStoppedStream) {
-  const SmokeTestResult result =
-      run_smoke_test(raw64_device({{0, 5000}, {1, 5100}}),
-                     raw64_arguments({"coincidence_window_ps=9223372036854775807"}));
-  EXPECT_EQ(result.exit_status, 2);
-  EXPECT_EQ(result.output, internal_reference_line);
-  ASSERT_FALSE(result.error.empty());
-  EXPECT_EQ(result.error.find('\n'), result.error.size() - 1);
-  EXPECT_GT(result.error.size(), 1u);
-  EXPECT_THAT(calls_from_start(result),
-              ElementsAre("qx_start_stream_mode mode=1 flags=0 -> 0",
-                          "qx_read_stream_bytes capacity=262144 timeout=20 -> 0 received=16",
-                          "qx_stop_stream_mode flag=true -> 0", "qx_close"));
-}
-
 }  // namespace
 }  // namespace zelk::test_support
