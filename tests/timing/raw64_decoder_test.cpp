@@ -56,6 +56,13 @@ TEST(Raw64PsTest, ChannelComesFromBits62And61) {
       ElementsAre(TimeTag{0, 10}, TimeTag{1, 11}, TimeTag{2, 12}, TimeTag{3, 13}));
 }
 
+TEST(Raw64PsTest, PendingBytesAreDecodedByThemselves) {
+  StreamDecoder decoder = ps_decoder();
+  decoder.pending = joined({big_endian_64({ps_record(1, 30)}), Bytes{0x40}});
+  EXPECT_THAT(decoder.feed_raw64(), ElementsAre(TimeTag{1, 30}));
+  EXPECT_THAT(decoder.pending, ElementsAre(0x40));
+}
+
 TEST(Raw64PsTest, FifteenBytesGiveOneTagAndLeaveSevenPending) {
   StreamDecoder decoder = ps_decoder();
   Bytes bytes = big_endian_64({ps_record(1, 5), ps_record(2, 6)});
