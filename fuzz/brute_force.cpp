@@ -185,6 +185,26 @@ Bins bins_of(const Times& a, const Times& b, std::int64_t range, std::int64_t wi
   return bins;
 }
 
+Bins pair_bins_of(const Times& a, const Times& b, std::int64_t window, std::int64_t offset_ps) {
+  constexpr std::int64_t width = 8;
+  if (window <= std::int64_t{1} << 62) {
+    return bins_of(a, b, window, width, offset_ps);
+  }
+  Bins bins;
+  bins.half = wrapped(number_of_bins(window, width) / 2);
+  bins.width_ps = width;
+  for (const Wide x : a) {
+    for (const Wide y : b) {
+      const Wide difference = y - x - offset_ps;
+      if (size_of(difference) <= window) {
+        const Wide number = (size_of(difference) + width / 2) / width;
+        ++bins.counts[wrapped(difference < 0 ? -number : number)];
+      }
+    }
+  }
+  return bins;
+}
+
 Ranking top_ten(const Bins& bins) {
   Ranking top;
   for (const auto& [number, count] : bins.counts) {
@@ -208,7 +228,32 @@ std::uint64_t side_window(const Bins& bins, std::int64_t center_ps) {
   return static_cast<std::uint64_t>(sum);
 }
 
+namespace {
+
+double rounded_rms_of(const Bins& bins) {
+  long double total = 0;
+  long double weighted = 0;
+  for (const auto& [number, count] : bins.counts) {
+    total += static_cast<long double>(count);
+    weighted += static_cast<long double>(count) * static_cast<long double>(bins.center(number));
+  }
+  const auto mean = static_cast<double>(weighted / total);
+  long double squares = 0;
+  for (const auto& [number, count] : bins.counts) {
+    const long double distance = static_cast<long double>(bins.center(number)) - mean;
+    squares += static_cast<long double>(count) * (distance * distance);
+  }
+  return static_cast<double>(std::sqrt(squares / total));
+}
+
+}  // namespace
+
 double rms_of(const Bins& bins) {
+  constexpr std::int64_t exact_up_to_ps = std::int64_t{1} << 40;
+  if (!bins.counts.empty() && (bins.center(bins.counts.begin()->first) < -exact_up_to_ps ||
+                               bins.center(bins.counts.rbegin()->first) > exact_up_to_ps)) {
+    return rounded_rms_of(bins);
+  }
   Wide total = 0;
   Wide sum = 0;
   Wide squares = 0;

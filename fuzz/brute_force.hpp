@@ -4,8 +4,10 @@
 // Pure functions.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <utility>
 #include <vector>
@@ -65,8 +67,10 @@ struct Bins {
   std::int64_t width_ps = 1;
   std::map<std::int64_t, std::int64_t> counts;
 
+  // The last one of the widest histogram does not fit into 64 bits.
   [[nodiscard]] std::int64_t center(std::int64_t number) const {
-    return wrapped(Wide{number} * width_ps);
+    constexpr Wide highest = std::numeric_limits<std::int64_t>::max();
+    return wrapped(std::min(Wide{number} * width_ps, highest));
   }
   [[nodiscard]] std::int64_t count(std::int64_t number) const {
     const auto found = counts.find(number);
@@ -78,8 +82,13 @@ struct Bins {
 // above 0.
 Wide number_of_bins(Wide range, Wide width);
 
+// A bound that does not fit into 64 bits wraps around.
 Bins bins_of(const Times& a, const Times& b, std::int64_t range, std::int64_t width,
              std::int64_t offset_ps);
+
+// The bins of 8 ps that the figures of a pair come from: as above, but the bounds
+// of windows beyond 2^62 do not wrap around.
+Bins pair_bins_of(const Times& a, const Times& b, std::int64_t window, std::int64_t offset_ps);
 
 // The ten fullest bins, with the empty ones that belong there.
 Ranking top_ten(const Bins& bins);
@@ -87,7 +96,8 @@ Ranking top_ten(const Bins& bins);
 // Pairs within 40 ps of the centre.
 std::uint64_t side_window(const Bins& bins, std::int64_t center_ps);
 
-// From sums of whole numbers, nothing of which is rounded.
+// From sums of whole numbers, nothing of which is rounded, where these fit into
+// 128 bits; otherwise in extended precision, about the mean as a double.
 double rms_of(const Bins& bins);
 
 }  // namespace zelk::fuzz

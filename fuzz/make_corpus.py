@@ -169,6 +169,10 @@ def make_analysis():
           capture(0, 1, 500, pairs + struct.pack("<BH", 2 << 2, 5000) + pairs, 1))
     write("analysis", "ends_of_the_range",
           capture(0, 1, 2**62, b"\x94\x05\x15\x07\x95\x00\x14\x00" + at(0, 0) + at(1, -1), 0, 4))
+    for name, window in (("wide_window", 10**9), ("very_wide_window", 2**61),
+                         ("widest_window", 2**63 - 1)):
+        write("analysis", name,
+              capture(1, 0, window, pairs + far(0, 2**31) + pairs + b"\x94\x05\x15\x07"))
     write("analysis", "small_window", capture(0, 1, 3, row(0, 1, 9) + at(0, 0) + row(1, 1, 9)))
     write("analysis", "every_second_tag",
           capture(0, 1, 30, at(1, 1000) + at(0, 0) + row(0, 210, 7) + at(1, 500) + near(1, 9)))
