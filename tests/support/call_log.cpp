@@ -1,16 +1,23 @@
 // A libzelk_timing.so.0 that hands every call on to the simulated library and
 // appends one line per call to the file that ZELK_CALL_LOG names: the function
-// and " -> " with its status. Reads that succeed or time out are left out: how
-// many of them there are depends on the machine's speed. Closing a device adds
-// how many threads and open descriptors there are more than before the first
-// call.
+// and " -> " with its status. Reads that succeed or time out are left out, since
+// how many of them there are depends on the machine's speed; with
+// ZELK_CALL_LOG_READS all reads are there, and " received=" with their bytes.
+// Closing a device adds how many threads and open descriptors there are more than
+// before the first call.
+//
+// ZELK_SLOW_CALLS makes calls slow: "qx_identify=300,qx_close=20" lets the one
+// take 300 ms longer and the other 20 ms.
 #include <dlfcn.h>
 
+#include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "timing/c_api/zelk_timing.h"
@@ -37,6 +44,24 @@ std::ptrdiff_t threads() {
 
 std::ptrdiff_t descriptors() {
   return entries_of("/proc/self/fd");
+}
+
+// How much longer a call of this function takes.
+std::chrono::milliseconds extra_time(std::string_view function) {
+  const char* const variable = std::getenv("ZELK_SLOW_CALLS");
+  std::string_view list = variable != nullptr ? variable : "";
+  while (!list.empty()) {
+    const std::string_view entry = list.substr(0, list.find(','));
+    list.remove_prefix(std::min(entry.size() + 1, list.size()));
+    const std::size_t equals = entry.find('=');
+    if (entry.substr(0, equals) == function) {
+      int ms = 0;
+      const std::string_view number = entry.substr(equals + 1);
+      std::from_chars(number.data(), number.data() + number.size(), ms);
+      return std::chrono::milliseconds(ms);
+    }
+  }
+  return {};
 }
 
 // The simulated library, opened with the first call and kept to the end.
@@ -89,6 +114,7 @@ class Library {
 // Calls `name` without a word about it.
 template <typename Result, typename... Parameters, typename... Arguments>
 Result silently(const char* name, Result (*like)(Parameters...), Arguments... arguments) {
+  std::this_thread::sleep_for(extra_time(name));
   return Library::instance().function(name, like)(arguments...);
 }
 
@@ -193,8 +219,11 @@ qx_status qx_read_stream_bytes(qx_device* device, uint8_t* buffer, size_t capaci
   constexpr qx_status timed_out = -3;
   const qx_status status =
       silently(__func__, qx_read_stream_bytes, device, buffer, capacity, received, timeout);
-  if (status != 0 && status != timed_out) {
-    Library::instance().log(std::string(__func__) + " -> " + std::to_string(status));
+  const std::string line = std::string(__func__) + " -> " + std::to_string(status);
+  if (std::getenv("ZELK_CALL_LOG_READS") != nullptr) {
+    Library::instance().log(line + " received=" + std::to_string(*received));
+  } else if (status != 0 && status != timed_out) {
+    Library::instance().log(line);
   }
   return status;
 }
