@@ -9,6 +9,10 @@
 #include "timing/device.hpp"
 #include "timing/tag_stream_reader.hpp"
 
+#if defined(_FORTIFY_SOURCE) || defined(_GLIBCXX_ASSERTIONS)
+#error "checks of the library's own build came along with it"
+#endif
+
 namespace {
 
 // With the warnings of the library this would not compile.
