@@ -177,7 +177,7 @@ def draw_port(draw):
 
 # Ports that open nothing.
 BAD_PORTS = (
-    "nonsense", "sim://", "sim://unknown", "ftdi:/", "://", "?", "sim://pairs?", "sim://pairs?=",
+    "nonsense", "sim://", "sim://unknown", "ftdi:/", "://", "?", "sim://pairs?&", "sim://pairs?=",
     "sim://pairs?bogus=1", "sim://pairs?seed=-1", "sim://pairs?seed=1&seed=2",
     "sim://pairs?jitter_ps=nan", "sim://pulses?rate_hz=5", "sim://tags", "sim://pairs?seed",
     "sim://tags?file=missing.csv", "sim://tags?file=.", "sim://tags?file=/dev/null",
