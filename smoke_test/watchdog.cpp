@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <string_view>
 
 #include "smoke_test/verdict.hpp"
@@ -17,11 +19,24 @@ constexpr int unsettled = -1;
 
 // A signal handler can reach nothing but globals of lock-free types.
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
-std::atomic<int> ticks_left{0};  // of the call that is under way; 0: none is
+std::atomic<int> ticks_left{0};              // of the call that is under way; 0: none is
+std::atomic<int> ticks_of_call{0};           // all that it may take
+std::atomic<std::int64_t> first_tick_ms{0};  // when it is due; 0: it has come
 std::atomic<int> settled_status{unsettled};
 std::atomic<bool> giving_up{false};
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
+              std::atomic<std::int64_t>::is_always_lock_free);
+
+std::int64_t now_ms() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+}
+
+int ticks_in(std::chrono::milliseconds time) {
+  return static_cast<int>((time + Watchdog::tick - std::chrono::milliseconds{1}) / Watchdog::tick);
+}
 
 // The next tick ends the process if the line should keep this one waiting.
 [[noreturn]] void give_up() {
@@ -36,24 +51,29 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
   _exit(exit_failure);
 }
 
-// What is safe in a signal handler: lock-free atomics, poll, write and _exit.
+// What is safe in a signal handler: lock-free atomics, the clock, poll, write and
+// _exit.
 extern "C" void count_tick(int /*signal*/) {
   const int saved_errno = errno;
   int left = ticks_left;
-  if (giving_up || left == 1) {
+  const std::int64_t due_ms = first_tick_ms.exchange(0);
+  if (left > 0 && due_ms != 0 && now_ms() - due_ms > Watchdog::tick.count()) {
+    // The process did not run for a part of the first half: all of it counts anew.
+    ticks_left.compare_exchange_strong(left, ticks_of_call);
+  } else if (giving_up || left == 1) {
     give_up();
-  }
-  // A call that begins or ends meanwhile has the last word.
-  if (left > 1) {
+  } else if (left > 1) {
+    // A call that begins or ends meanwhile has the last word.
     ticks_left.compare_exchange_strong(left, left - 1);
   }
   errno = saved_errno;
 }
 
-void set_timer(std::chrono::microseconds interval) {
+void set_timer(std::chrono::milliseconds first, std::chrono::milliseconds interval) {
   itimerval timer{};
-  timer.it_value.tv_usec = static_cast<suseconds_t>(interval.count());
-  timer.it_interval = timer.it_value;
+  timer.it_value.tv_sec = first.count() / 1000;
+  timer.it_value.tv_usec = first.count() % 1000 * 1000;
+  timer.it_interval.tv_usec = interval.count() * 1000;
   setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
@@ -76,16 +96,19 @@ Watchdog::Watchdog() {
   sigemptyset(&action.sa_mask);
   sigaction(SIGALRM, &action, nullptr);
   let_in(SIGALRM);
-  set_timer(tick);
 }
 
 Watchdog::~Watchdog() {
-  set_timer(std::chrono::microseconds{0});  // no time at all stops the timer
+  set_timer(std::chrono::milliseconds{0}, tick);  // no time at all stops the timer
 }
 
-// The first tick may come at once: it does not count.
 void Watchdog::begin_call(std::chrono::milliseconds limit) {
-  ticks_left = static_cast<int>((limit + tick - std::chrono::milliseconds{1}) / tick) + 1;
+  const std::chrono::milliseconds quiet = limit / 2 + std::chrono::milliseconds{1};
+  ticks_left = 0;
+  first_tick_ms = now_ms() + quiet.count();
+  ticks_of_call = ticks_in(limit);
+  ticks_left = ticks_in(limit - limit / 2) + 1;  // and the first one
+  set_timer(quiet, tick);
 }
 
 void Watchdog::end_call() {

@@ -6,7 +6,9 @@
 
 // While a call is under way, on whichever thread, its time is counted in ticks of
 // a timer. Time in which the process does not run, because it was stopped or the
-// machine stood still, makes one tick at most. A call that exceeds its limit ends
+// machine stood still, makes one tick at most. The first half of the limit passes
+// without a tick, so that no signal disturbs a library that answers in time: some
+// calls of the system end early when one arrives. A call that exceeds its limit ends
 // the process with status 2, after "the device library does not answer" on
 // standard error if that takes it at once. Nothing is closed: a library that
 // hangs can't be asked to. At most one watchdog exists, on the main thread.

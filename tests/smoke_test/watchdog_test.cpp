@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <thread>
 
 namespace {
@@ -109,9 +110,28 @@ TEST(WatchdogDeathTest, WakesUpAlsoWhenItsSignalWasBlocked) {
       testing::ExitedWithCode(2), "^the device library does not answer\n$");
 }
 
+// Ends with the number of calls that a signal disturbed.
+[[noreturn]] void make_calls_of_a_second() {
+  Watchdog watchdog;
+  timespec second{};
+  second.tv_sec = 1;
+  int disturbed = 0;
+  for (int i = 0; i < 2; ++i) {
+    watchdog.begin_call(60s);
+    disturbed += nanosleep(&second, nullptr) != 0 ? 1 : 0;
+    watchdog.end_call();
+  }
+  _exit(disturbed);
+}
+
+TEST(WatchdogDeathTest, DisturbsNoCallThatAnswersInTime) {
+  EXPECT_EXIT(make_calls_of_a_second(), testing::ExitedWithCode(0), "^$");
+}
+
 TEST(Watchdog, TakesItsTimerWithIt) {
   {
-    const Watchdog watchdog;
+    Watchdog watchdog;
+    watchdog.begin_call(60s);
     EXPECT_TRUE(timer_runs());
   }
   EXPECT_FALSE(timer_runs());
