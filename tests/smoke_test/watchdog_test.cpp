@@ -48,41 +48,39 @@ TEST(WatchdogDeathTest, WatchesACallOfAnotherThread) {
       testing::ExitedWithCode(2), "^the device library does not answer\n$");
 }
 
+// Ends with 7 when the watchdog lets the calls be.
+[[noreturn]] void end_after(void (*calls)(Watchdog& watchdog)) {
+  Watchdog watchdog;
+  calls(watchdog);
+  _exit(7);
+}
+
 TEST(WatchdogDeathTest, LetsACallTakeItsLimit) {
-  EXPECT_EXIT(
-      {
-        Watchdog watchdog;
-        watchdog.begin_call(2s);
-        std::this_thread::sleep_for(1900ms);
-        watchdog.end_call();
-        _exit(7);
-      },
-      testing::ExitedWithCode(7), "^$");
+  const auto calls = [](Watchdog& watchdog) {
+    watchdog.begin_call(2s);
+    std::this_thread::sleep_for(1900ms);
+    watchdog.end_call();
+  };
+  EXPECT_EXIT(end_after(calls), testing::ExitedWithCode(7), "^$");
 }
 
 TEST(WatchdogDeathTest, CountsEachCallAnew) {
-  EXPECT_EXIT(
-      {
-        Watchdog watchdog;
-        for (int i = 0; i < 4; ++i) {
-          watchdog.begin_call(1s);
-          std::this_thread::sleep_for(700ms);
-        }
-        _exit(7);
-      },
-      testing::ExitedWithCode(7), "^$");
+  const auto calls = [](Watchdog& watchdog) {
+    for (int i = 0; i < 4; ++i) {
+      watchdog.begin_call(1s);
+      std::this_thread::sleep_for(700ms);
+    }
+  };
+  EXPECT_EXIT(end_after(calls), testing::ExitedWithCode(7), "^$");
 }
 
 TEST(WatchdogDeathTest, CountsNothingBetweenCalls) {
-  EXPECT_EXIT(
-      {
-        Watchdog watchdog;
-        watchdog.begin_call(20ms);
-        watchdog.end_call();
-        std::this_thread::sleep_for(1s);
-        _exit(7);
-      },
-      testing::ExitedWithCode(7), "^$");
+  const auto calls = [](Watchdog& watchdog) {
+    watchdog.begin_call(20ms);
+    watchdog.end_call();
+    std::this_thread::sleep_for(1s);
+  };
+  EXPECT_EXIT(end_after(calls), testing::ExitedWithCode(7), "^$");
 }
 
 TEST(WatchdogDeathTest, ASettledRunEndsWithItsOwnStatusAndWithoutALine) {
