@@ -57,8 +57,8 @@ TEST(WatchdogDeathTest, WatchesACallOfAnotherThread) {
 
 TEST(WatchdogDeathTest, LetsACallTakeItsLimit) {
   const auto calls = [](Watchdog& watchdog) {
-    watchdog.begin_call(2s);
-    std::this_thread::sleep_for(1900ms);
+    watchdog.begin_call(8s);
+    std::this_thread::sleep_for(7600ms);
     watchdog.end_call();
   };
   EXPECT_EXIT(end_after(calls), testing::ExitedWithCode(7), "^$");
