@@ -1,12 +1,19 @@
 #include "timing/tag_stream_reader.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 #include <utility>
 
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::timing {
+
+namespace {
+
+constexpr std::chrono::microseconds consumer_wait_step{250};
+
+}  // namespace
 
 TagStreamReader::~TagStreamReader() {
   try {
@@ -26,6 +33,7 @@ void TagStreamReader::start(const StreamFileHeader& header, std::size_t read_chu
   {
     const std::lock_guard lock(mutex);
     queue.clear();
+    consumer_sleeps_ = false;
     error = nullptr;
   }
   queue_limit = std::max(limit, min_queue_limit);
@@ -59,6 +67,7 @@ void TagStreamReader::drain(std::vector<TimeTag>& batch) {
       const std::span<const TimeTag> tags = queue.take_front(max_drain - batch.size());
       batch.insert(batch.end(), tags.begin(), tags.end());
     }
+    consumer_sleeps_ = batch.empty();
   }
   if (stored) {
     std::rethrow_exception(stored);
@@ -72,6 +81,7 @@ std::span<const TimeTag> TagStreamReader::drain() {
     const std::lock_guard lock(mutex);
     stored = error;
     tags = queue.take_front(max_drain);
+    consumer_sleeps_ = tags.empty();
   }
   if (stored) {
     std::rethrow_exception(stored);
@@ -119,13 +129,33 @@ void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::si
 
 // Under overload the newest tags are kept: the queue is cut back from the front.
 void TagStreamReader::append(std::vector<TimeTag>& tags) {
-  const std::lock_guard lock(mutex);
+  std::unique_lock lock(mutex);
+  wait_for_sleeping_consumer(lock, tags.size());
   queue.append(tags);
   if (queue.size() > queue_limit) {
     const std::size_t surplus = queue.size() - queue_limit;
     queue.erase_front(surplus);
     dropped += surplus;
   }
+}
+
+// What arrives while this thread is kept from running comes all at once, and may
+// come within one short sleep of a consumer that is fast enough: a single read then
+// fills most of a queue that still holds the tags before it. Such a consumer gets
+// its turn before tags are discarded, once for each time that it falls asleep. One
+// that is too slow finds tags at every drain, and is never waited for.
+void TagStreamReader::wait_for_sleeping_consumer(std::unique_lock<std::mutex>& lock,
+                                                 std::size_t count) {
+  for (auto left = consumer_patience; left.count() > 0; left -= consumer_wait_step) {
+    const bool has_room = queue.size() + count <= queue_limit;
+    if (!consumer_sleeps_ || queue.empty() || has_room || stop_requested) {
+      return;
+    }
+    lock.unlock();
+    std::this_thread::sleep_for(consumer_wait_step);
+    lock.lock();
+  }
+  consumer_sleeps_ = false;
 }
 
 }  // namespace zelk::timing

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -67,13 +68,20 @@ class TagStreamReader {
   std::mutex mutex;
   TagQueue queue;                       // oldest in front
   std::size_t queue_limit = 8'388'608;  // most tags held after an append
-  std::exception_ptr error;             // what ended the thread, or empty
+  // How long an append that would discard tags waits at most for a consumer that
+  // found nothing last time, and so most likely sleeps for a moment. Set it before
+  // start().
+  std::chrono::microseconds consumer_patience{3000};
+  std::exception_ptr error;  // what ended the thread, or empty
 
  private:
   void run(StreamFileHeader header, std::size_t read_chunk);
   void read_until_stopped(const StreamFileHeader& header, std::size_t read_chunk);
   void append(std::vector<TimeTag>& tags);
+  void wait_for_sleeping_consumer(std::unique_lock<std::mutex>& lock, std::size_t count);
   void rethrow_stored_error();
+
+  bool consumer_sleeps_ = false;  // guarded by `mutex`: the last drain found nothing
 };
 
 }  // namespace zelk::timing

@@ -155,6 +155,64 @@ TEST(Reader, TagsOfEarlierReadsAreDroppedFirst) {
   EXPECT_EQ(batch.back(), (TimeTag{0, 1100}));
 }
 
+// Patience that no test outlasts, or fails.
+constexpr std::chrono::seconds much_patience{60};
+
+// A reader with room for 1024 tags, of which the first 1000 come 300 ms after the
+// start and the next ones at once.
+Script two_reads_that_exceed_the_limit() {
+  return {.reads = {{.bytes = records(0, 1000), .delay_ms = 300}, {.bytes = records(1000, 1000)}}};
+}
+
+// Drains until there is nothing, so that the consumer counts as asleep; false when
+// the first tags came before that.
+bool falls_asleep(TagStreamReader& reader) {
+  return reader.drain().empty() && queued(reader) == 0;
+}
+
+TEST(Reader, OverloadWaitsForAConsumerThatFoundNothing) {
+  Bench bench(two_reads_that_exceed_the_limit());
+  bench.reader.consumer_patience = much_patience;
+  bench.reader.start(external_raw64(), chunk, 1024);
+  if (!falls_asleep(bench.reader)) {
+    GTEST_SKIP() << "the machine stood still for too long";
+  }
+  ASSERT_TRUE(wait_until([&] { return queued(bench.reader) == 1000; }));
+  EXPECT_EQ(bench.reader.drain().size(), 1000u);
+  ASSERT_TRUE(wait_until([&] { return queued(bench.reader) == 1000; }));
+  EXPECT_EQ(bench.reader.dropped, 0u);
+}
+
+TEST(Reader, OverloadWaitsNoLongerThanItsPatience) {
+  Bench bench(two_reads_that_exceed_the_limit());
+  bench.reader.start(external_raw64(), chunk, 1024);
+  bench.reader.drain();
+  ASSERT_TRUE(Bench::all_reads_taken());
+  EXPECT_EQ(bench.reader.dropped, 976u);
+}
+
+TEST(Reader, OverloadDoesNotWaitForAConsumerThatFoundTags) {
+  Bench bench(Script{.reads = {{.bytes = records(0, 10)},
+                               {.bytes = records(10, 1000), .delay_ms = 300},
+                               {.bytes = records(1010, 1000)}}});
+  bench.reader.consumer_patience = much_patience;
+  bench.reader.start(external_raw64(), chunk, 1024);
+  ASSERT_TRUE(wait_until([&] { return queued(bench.reader) >= 10; }));
+  EXPECT_FALSE(bench.reader.drain().empty());
+  EXPECT_TRUE(Bench::all_reads_taken());
+}
+
+TEST(Reader, OverloadThatWaitsEndsWithTheReader) {
+  Bench bench(two_reads_that_exceed_the_limit());
+  bench.reader.consumer_patience = much_patience;
+  bench.reader.start(external_raw64(), chunk, 1024);
+  bench.reader.drain();
+  ASSERT_TRUE(wait_until([&] { return queued(bench.reader) == 1000; }));
+  const auto before = std::chrono::steady_clock::now();
+  bench.reader.stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - before, much_patience / 2);
+}
+
 TEST(Reader, QueueMayHoldExactlyItsLimit) {
   Bench bench(Script{.reads = {{.bytes = records(0, 1024)}}});
   bench.reader.start(external_raw64(), chunk, 1024);
