@@ -6,6 +6,12 @@
 
 using zelk::timing::detail::SortedTimes;
 
+namespace {
+
+constexpr double ms_per_s = 1e3;
+
+}  // namespace
+
 Analysis analyse(const Capture& capture, std::int32_t channel_a, std::int32_t channel_b,
                  std::int64_t window_ps) {
   const CaptureStatistics& statistics = capture.statistics;
@@ -22,5 +28,8 @@ Analysis analyse(const Capture& capture, std::int32_t channel_a, std::int32_t ch
   analysis.pair = analyse_pair(sorted_times(channel_a), sorted_times(channel_b), window_ps);
   analysis.reader_dropped = capture.reader_dropped;
   analysis.bins = statistics.bins();
+  analysis.elapsed_s = capture.elapsed_s;
+  analysis.host_pause_ms = capture.host_pause_s * ms_per_s;
+  analysis.silent_tail_s = capture.silent_tail_s;
   return analysis;
 }

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 
 #include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/channel_analysis.hpp"
@@ -16,6 +17,10 @@ struct Analysis {
   PairAnalysis pair;
   std::uint64_t reader_dropped = 0;  // tags discarded by the reader's queue limit
   TimeBins bins{TimeBins::min_width_s};
+  // By the host's clock, as in Capture.
+  double elapsed_s = 0.0;
+  double host_pause_ms = 0.0;
+  std::array<std::optional<double>, zelk::timing::channel_count> silent_tail_s{};
 };
 
 // Compares two channels, 0 to 3, as analyse_pair() does, and throws what it

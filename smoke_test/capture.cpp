@@ -1,6 +1,9 @@
 #include "smoke_test/capture.hpp"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <span>
 #include <stdexcept>
 #include <system_error>
@@ -9,6 +12,7 @@
 
 #include "smoke_test/deadline.hpp"
 #include "smoke_test/interrupt.hpp"
+#include "smoke_test/last_tags.hpp"
 #include "smoke_test/progress.hpp"
 #include "timing/stream_decoder.hpp"
 #include "timing/tag_stream_reader.hpp"
@@ -33,18 +37,38 @@ void start(TagStreamReader& reader, const Config& config,
   }
 }
 
-void collect_tags(TagStreamReader& reader, double capture_s, const InterruptWatch& interrupt,
-                  CaptureStatistics& statistics) {
-  Progress progress(capture_s);
-  const Deadline deadline(capture_s);
-  while (deadline.is_ahead() && interrupt.signal_number() == 0) {
+double seconds(std::chrono::steady_clock::duration time) {
+  return std::chrono::duration<double>(time).count();
+}
+
+// Counts at most so many that there are `most` of them in all.
+void count_tags(CaptureStatistics& statistics, std::span<const TimeTag> tags, std::uint64_t most) {
+  while (!tags.empty() && statistics.total() < most) {
+    const std::uint64_t wanted = std::min<std::uint64_t>(tags.size(), most - statistics.total());
+    statistics.add(tags.first(static_cast<std::size_t>(wanted)));
+    tags = tags.subspan(static_cast<std::size_t>(wanted));
+  }
+}
+
+void collect_tags(TagStreamReader& reader, const Config& config, const InterruptWatch& interrupt,
+                  Capture& capture) {
+  const std::uint64_t most_tags =
+      config.stop_tags != 0 ? config.stop_tags : std::numeric_limits<std::uint64_t>::max();
+  CaptureStatistics& statistics = capture.statistics;
+  LastTags last_tags;
+  Progress progress(config.capture_s);
+  const Deadline deadline(config.capture_s);
+  while (deadline.is_ahead() && interrupt.signal_number() == 0 && statistics.total() < most_tags) {
     const std::span<const TimeTag> tags = reader.drain();
     progress.update(deadline.elapsed(), statistics.total());
-    statistics.add(tags);
+    count_tags(statistics, tags, most_tags);
+    last_tags.update(statistics, seconds(deadline.elapsed()));
     if (tags.empty()) {
       std::this_thread::sleep_for(empty_queue_pause);
     }
   }
+  capture.elapsed_s = seconds(deadline.elapsed());
+  capture.silent_tail_s = last_tags.silent_tails_s(capture.elapsed_s);
 }
 
 }  // namespace
@@ -55,11 +79,12 @@ Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const C
   TagStreamReader reader(device);
   watch.attempt("the captured tags", [&] {  // in either thread
     start(reader, config, header);
-    collect_tags(reader, config.capture_s, watch.interrupt, capture.statistics);
+    collect_tags(reader, config, watch.interrupt, capture);
     reader.stop();
   });
   stream.stop();
   capture.reader_dropped = reader.dropped;
+  capture.host_pause_s = seconds(reader.longest_pause);
   watch.interrupt.end_at_once_from_now_on();
   capture.interrupting_signal = watch.interrupt.signal_number();
   return capture;

@@ -10,12 +10,12 @@
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
 
-// Captures for config.capture_s seconds, then stops the reader and the stream.
-// Tags still queued at that moment are not counted: the capture is exactly as
-// long as the loop. Throws FailedRun when something ended the reader thread, when
-// that cannot be started or memory does not suffice; the error was printed while
-// the reader was still there. Throws zelk::timing::Error when the stream does not
-// stop. From its end on a signal ends the program at once.
+// Captures for config.capture_s seconds, or until config.stop_tags tags are
+// counted, then stops the reader and the stream. Tags still queued at that moment are not counted:
+// the capture is exactly as long as the loop. Throws FailedRun when something ended the reader
+// thread, when that cannot be started or memory does not suffice; the error was printed while the
+// reader was still there. Throws zelk::timing::Error when the stream does not stop. From its end on
+// a signal ends the program at once.
 Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
                      const zelk::timing::StreamFileHeader& header, RunWatch& watch);
 

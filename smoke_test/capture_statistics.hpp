@@ -92,4 +92,10 @@ struct Capture {
   CaptureStatistics statistics;
   std::uint64_t reader_dropped = 0;  // tags discarded by the reader's queue limit
   int interrupting_signal = 0;       // that ended the capture early, or 0
+
+  // By the host's clock, in seconds.
+  double elapsed_s = 0.0;     // length of the capture
+  double host_pause_s = 0.0;  // the longest between two reads of the stream
+  // From a channel's last tag to the end of the capture; none: it has no tag.
+  std::array<std::optional<double>, zelk::timing::channel_count> silent_tail_s{};
 };

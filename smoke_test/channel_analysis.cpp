@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "smoke_test/share.hpp"
 #include "smoke_test/time_blocks.hpp"
 #include "timing/detail/wrapping.hpp"
 #include "timing/time_tag.hpp"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr std::size_t top_residue_count = 8;
 constexpr double ps_per_ms = 1e9;
+constexpr double ps_per_s = 1e12;
 
 // Counts the steps between the times of blocks.
 class StepCounter {
@@ -131,6 +133,16 @@ class ResidueCounter {
   std::array<std::int64_t, period_ps> counts_{};
 };
 
+// None without two tags, and none when the last one is not later than the first.
+std::optional<double> rate_of(std::span<const std::int64_t> times_ps) {
+  if (times_ps.size() < 2 || times_ps.back() <= times_ps.front()) {
+    return std::nullopt;
+  }
+  const std::uint64_t length_ps =
+      static_cast<std::uint64_t>(times_ps.back()) - static_cast<std::uint64_t>(times_ps.front());
+  return static_cast<double>(times_ps.size() - 1) / static_cast<double>(length_ps) * ps_per_s;
+}
+
 }  // namespace
 
 StepStatistics step_statistics(std::span<const std::int64_t> times_ps) {
@@ -154,9 +166,12 @@ ChannelAnalysis analyse_channel(const CaptureStatistics& statistics, std::size_t
     steps.add(block);
     residues.add(block);
   });
+  const std::uint64_t violations = statistics.monotonic_violations()[channel];
   return {.tags = times_ps.size(),
-          .monotonic_violations = statistics.monotonic_violations()[channel],
+          .monotonic_violations = violations,
           .max_gap_ms = static_cast<double>(statistics.max_gap_ps()[channel]) / ps_per_ms,
           .steps = steps.statistics(),
-          .residues = residues.statistics()};
+          .residues = residues.statistics(),
+          .rate_hz = rate_of(times_ps),
+          .violations_share = share(violations, times_ps.size())};
 }

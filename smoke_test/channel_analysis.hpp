@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -34,13 +35,16 @@ struct ResidueStatistics {
 // negative times. Of equal counts the smaller residue comes first.
 ResidueStatistics residue_statistics(std::span<const std::int64_t> times_ps);
 
-// Everything that the report says about one channel, its time bins apart.
+// Everything that is calculated for one channel, its time bins apart.
 struct ChannelAnalysis {
   std::uint64_t tags = 0;
   std::uint64_t monotonic_violations = 0;
   double max_gap_ms = 0.0;
   StepStatistics steps;
   ResidueStatistics residues;
+  // Beyond the report; none where there are too few tags for it.
+  std::optional<double> rate_hz;           // steps over the time from first to last tag
+  std::optional<double> violations_share;  // of the tags
 };
 
 ChannelAnalysis analyse_channel(const CaptureStatistics& statistics, std::size_t channel);

@@ -13,4 +13,9 @@ void validate(const Config& config) {
   if (config.transport == zelk::timing::Transport::uart) {
     throw std::runtime_error("this GUI-live smoke test is intended for USB FIFO modes");
   }
+  const bool has_limits = !config.required.empty() || !config.limits_files.empty();
+  if (has_limits && (config.byte_probe || config.list)) {
+    throw std::runtime_error("require and limits judge the report, which " +
+                             std::string(config.list ? "list" : "byte_probe") + "=1 replaces");
+  }
 }

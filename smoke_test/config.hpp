@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "timing/reference_clock.hpp"
 #include "timing/time_tag.hpp"
@@ -35,8 +36,18 @@ struct Config {
   zelk::timing::ReferenceClockSource ref_source = zelk::timing::ReferenceClockSource::internal;
   zelk::timing::ReferenceSignal ref_signal = zelk::timing::ReferenceSignal::ten_mhz;
   bool byte_probe = false;
+
+  // What the run is asked for beyond its report.
+  std::string serial;                     // of the attached unit to open; empty: any
+  bool list = false;                      // name the attached units instead of testing one
+  std::uint64_t stop_tags = 0;            // counted tags that end the capture; 0: none do
+  std::vector<std::string> required;      // texts of conditions, separated by commas
+  std::vector<std::string> limits_files;  // files of conditions
+  std::string json_file;                  // where the whole run goes; empty: nowhere
+  std::string note;                       // kept with it
+  bool strict = false;                    // refuse what would be read as something else
 };
 
-// Throws std::runtime_error unless the channel pair is two different channels
-// and the transport can stream.
+// Throws std::runtime_error unless the channel pair is two different channels,
+// the transport can stream, and what is asked for goes together.
 void validate(const Config& config);

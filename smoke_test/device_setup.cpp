@@ -16,22 +16,21 @@ using zelk::timing::ReferenceClockStatus;
 
 namespace {
 
-// Returns the active source as the device numbers it. A unit whose reference
-// clock cannot be controlled runs on its internal clock and is tested all the
-// same: -1.
-std::int32_t set_up_reference_clock(Device& device, const Config& config) {
+// A unit whose reference clock cannot be controlled runs on its internal clock and
+// is tested all the same.
+void set_up_reference_clock(Device& device, const Config& config, DeviceSettings& settings) {
   try {
     const ReferenceClockStatus status =
         config.set_reference ? device.set_reference_clock(config.ref_source, config.ref_signal)
                              : device.reference_clock_status();
     print_ref_status(status, "ref");
-    return static_cast<std::int32_t>(status.active);
+    settings.reference = status;
+    settings.active_reference = static_cast<std::int32_t>(status.active);
   } catch (const Error& error) {
     if (std::ranges::find(fixed_clock_statuses, error.status) == fixed_clock_statuses.end()) {
       throw;
     }
     print_ref_unavailable();
-    return -1;
   }
 }
 
@@ -75,15 +74,19 @@ Device open_device(const Config& config, zelk::timing::CallWatch* watch) {
                              : Device::open(config.port, Device::standard_rate, watch);
 }
 
-DeviceSettings set_up_device(Device& device, const Config& config) {
-  DeviceSettings settings;
+void set_up_device(Device& device, const Config& config, DeviceSettings& settings) {
   settings.identity = device.identify();
   settings.calibration_path = calibration_path_for(settings.identity.serial);
   settings.calibration_loaded = config.load_calibration && device.load_calibration();
-  settings.active_reference = set_up_reference_clock(device, config);
+  set_up_reference_clock(device, config, settings);
   set_up_inputs(device, config, settings);
   set_up_stream_format(device, config, settings);
   set_up_calibration_source(device, config, settings);
+}
+
+DeviceSettings set_up_device(Device& device, const Config& config) {
+  DeviceSettings settings;
+  set_up_device(device, config, settings);
   return settings;
 }
 

@@ -20,6 +20,10 @@ zelk::timing::Device open_device(const Config& config, zelk::timing::CallWatch* 
 // controlled are no failures.
 DeviceSettings set_up_device(zelk::timing::Device& device, const Config& config);
 
+// The same, one by one into `settings`: a set-up that fails leaves there what was
+// known by then.
+void set_up_device(zelk::timing::Device& device, const Config& config, DeviceSettings& settings);
+
 // Describes the stream that the device now sends.
 zelk::timing::StreamFileHeader stream_header(const Config& config, const DeviceSettings& settings);
 

@@ -50,6 +50,7 @@ void print_help() {
                "  1    byte probe only: no byte arrived\n"
                "  2    the run failed; one line on standard error says why\n"
                "  3    the report was printed, but the pair saw no tags or no coincidences\n"
+               "  4    as 0, but a limit (require, limits) is not met; a line names each\n"
                "  128+n  ended early by signal n: in the capture, after the report of what was\n"
                "         captured; before or after it, at once\n"
                "\n"

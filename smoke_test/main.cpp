@@ -2,7 +2,9 @@
 // analysis, report, verdict.
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <new>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -15,64 +17,97 @@
 #include "smoke_test/help.hpp"
 #include "smoke_test/options.hpp"
 #include "smoke_test/report.hpp"
+#include "smoke_test/results/limits.hpp"
+#include "smoke_test/results/run_record.hpp"
 #include "smoke_test/run_watch.hpp"
 #include "smoke_test/standard_streams.hpp"
 #include "smoke_test/verdict.hpp"
 
 namespace {
 
-Config parse_arguments(const std::vector<std::string_view>& arguments) {
-  Config config;
-  for (const std::string_view argument : arguments) {
-    apply_argument(config, argument);
+// The run as a record says it, from its arguments on.
+class Run {
+ public:
+  explicit Run(const std::vector<std::string_view>& arguments) {
+    record_.arguments.assign(arguments.begin(), arguments.end());
   }
-  validate(config);
-  return config;
-}
 
-int report_capture(const Config& config, const DeviceSettings& settings, const Capture& capture) {
-  const Analysis analysis =
-      analyse(capture, config.channel_a, config.channel_b, config.coincidence_window_ps);
-  print_report(config, settings, analysis);
-  finish_report();
-  return verdict(analysis.pair.tags_a, analysis.pair.tags_b, analysis.pair.coincidences,
-                 capture.interrupting_signal);
-}
-
-int report_byte_probe(const Config& config, const DeviceSettings& settings,
-                      const ByteProbe& probe) {
-  print_byte_probe(config, settings.identity, probe);
-  finish_report();
-  return byte_probe_verdict(probe.payload_bytes, probe.interrupting_signal);
-}
-
-int test_stream(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                const DeviceSettings& settings, RunWatch& watch) {
-  watch.end_set_up();
-  const zelk::timing::StreamFileHeader header = stream_header(config, settings);
-  if (config.byte_probe) {
-    return report_byte_probe(config, settings, probe_bytes(device, stream, config, header, watch));
+  // Returns the exit status. Throws FailedRun for a failure that was printed, and
+  // others before anything is opened.
+  int run() {
+    parse_arguments();
+    RunWatch watch([this](int status, const std::string& error) { conclude(status, error); });
+    zelk::timing::Device device =
+        watch.attempt("the set-up", [&] { return open_device(config_, &watch); });
+    return watch.attempt("the set-up", [&] { return test_device(device, watch); });
   }
-  return report_capture(config, settings, capture_tags(device, stream, config, header, watch));
-}
 
-int test_device(zelk::timing::Device& device, const Config& config, RunWatch& watch) {
-  const DeviceSettings settings = set_up_device(device, config);
-  device.start_stream(config.mode);
-  ActiveStream stream(device);
-  return watch.attempt("the analysis",
-                       [&] { return test_stream(device, stream, config, settings, watch); });
-}
+ private:
+  void parse_arguments() {
+    for (const std::string_view argument : record_.arguments) {
+      apply_argument(config_, argument);
+    }
+    validate(config_);
+    for (const std::string& texts : config_.required) {
+      append(record_.limits, read_conditions(texts));
+    }
+    for (const std::string& path : config_.limits_files) {
+      append(record_.limits, read_limits_file(path));
+    }
+  }
 
-int run_smoke_test(const Config& config) {
-  RunWatch watch;
-  zelk::timing::Device device =
-      watch.attempt("the set-up", [&] { return open_device(config, &watch); });
-  const int status =
-      watch.attempt("the set-up", [&] { return test_device(device, config, watch); });
-  watch.watchdog.settle(status);
-  return status;
-}
+  int test_device(zelk::timing::Device& device, RunWatch& watch) {
+    set_up_device(device, config_, record_.settings);
+    device.start_stream(config_.mode);
+    ActiveStream stream(device);
+    return watch.attempt("the analysis", [&] {
+      const int status = test_stream(device, stream, watch);
+      watch.conclude(status);
+      return status;
+    });
+  }
+
+  int test_stream(zelk::timing::Device& device, ActiveStream& stream, RunWatch& watch) {
+    watch.end_set_up();
+    const zelk::timing::StreamFileHeader header = stream_header(config_, record_.settings);
+    return config_.byte_probe
+               ? report_byte_probe(probe_bytes(device, stream, config_, header, watch))
+               : report_capture(capture_tags(device, stream, config_, header, watch));
+  }
+
+  int report_capture(const Capture& capture) {
+    const Analysis& analysis = record_.analysis.emplace(
+        analyse(capture, config_.channel_a, config_.channel_b, config_.coincidence_window_ps));
+    print_report(config_, record_.settings, analysis);
+    finish_report();
+    for (const Condition& limit : record_.limits) {
+      record_.outcomes.push_back(judge(limit, record_));
+    }
+    const std::size_t not_met = print_limits_not_met(record_.limits, record_.outcomes);
+    return verdict(analysis.pair.tags_a, analysis.pair.tags_b, analysis.pair.coincidences,
+                   capture.interrupting_signal, not_met);
+  }
+
+  int report_byte_probe(const ByteProbe& probe) {
+    record_.byte_probe = probe;
+    print_byte_probe(config_, record_.settings.identity, probe);
+    finish_report();
+    return byte_probe_verdict(probe.payload_bytes, probe.interrupting_signal);
+  }
+
+  void conclude(int status, const std::string& error) {
+    record_.exit_status = status;
+    record_.error = error;
+  }
+
+  static void append(std::vector<Condition>& limits, std::vector<Condition> more) {
+    limits.insert(limits.end(), std::make_move_iterator(more.begin()),
+                  std::make_move_iterator(more.end()));
+  }
+
+  RunRecord record_;
+  Config& config_ = record_.config;
+};
 
 int run(const std::vector<std::string_view>& arguments) {
   const auto given = [&arguments](std::string_view flag) {
@@ -84,7 +119,7 @@ int run(const std::vector<std::string_view>& arguments) {
     finish_report();
     return exit_success;
   }
-  return run_smoke_test(parse_arguments(arguments));
+  return Run(arguments).run();
 }
 
 }  // namespace

@@ -144,6 +144,23 @@ constexpr Option option_table[] = {
     {keys("byte_probe", "bytes"), "0", "",
      "print byte-level diagnostics of the stream instead of the report: 1 or 0",
      set<&Config::byte_probe, parse_bool>},
+    {keys("serial"), "", "", "open the attached unit with this serial number, in place of port",
+     [](Config& c, const std::string& v) { c.serial = v; }},
+    {keys("list"), "0", "", "name the attached units instead of testing one: 1 or 0",
+     set<&Config::list, parse_bool>},
+    {keys("stop_tags"), "0", "tags", "end the capture after so many counted tags; 0: only by time",
+     set<&Config::stop_tags, as_uint64>},
+    {keys("require"), "", "",
+     "conditions on the report, such as coincidences>=4000,reader_dropped=0",
+     [](Config& c, const std::string& v) { c.required.push_back(v); }},
+    {keys("limits"), "", "", "file with one such condition a line",
+     [](Config& c, const std::string& v) { c.limits_files.push_back(v); }},
+    {keys("json"), "", "", "file for the whole run as one JSON document",
+     [](Config& c, const std::string& v) { c.json_file = v; }},
+    {keys("note"), "", "", "text to keep in that document",
+     [](Config& c, const std::string& v) { c.note = v; }},
+    {keys("strict"), "0", "", "refuse arguments that would be read as something else: 1 or 0",
+     set<&Config::strict, parse_bool>},
 };
 
 }  // namespace

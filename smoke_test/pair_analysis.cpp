@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "smoke_test/share.hpp"
 #include "smoke_test/window_bounds.hpp"
 #include "timing/detail/partner_windows.hpp"
 #include "timing/detail/sorted_times.hpp"
@@ -117,6 +118,7 @@ PairAnalysis analyse_pair(const SortedTimes& a, const SortedTimes& b, std::int64
   pair.tags_a = a.get().size();
   pair.tags_b = b.get().size();
   pair.coincidences = count_coincidences(a, b, window_ps);
+  pair.coincidence_share = share(pair.coincidences, std::min(pair.tags_a, pair.tags_b));
   pair.offset = estimate_offset(a, b, window_ps);
   HistogramFigures figures = histogram_figures(a, b, window_ps, pair.offset.offset_ps);
   pair.peak = figures.peak;

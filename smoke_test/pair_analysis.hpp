@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -37,6 +38,7 @@ struct PairAnalysis {
   std::uint64_t tags_a = 0;
   std::uint64_t tags_b = 0;
   std::uint64_t coincidences = 0;
+  std::optional<double> coincidence_share;  // of the rarer channel's tags; none without any
   OffsetEstimate offset;
   HistogramPeak peak;
   double rms_ps = 0.0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <new>
 #include <string>
 #include <utility>
@@ -20,10 +21,16 @@ class FailedRun : public std::exception {
   int status;
 };
 
+// Told what a run has come to before anything is torn down: its exit status, and
+// its error if it failed. What it throws makes the run a failed one.
+using ConcludeRun = std::function<void(int exit_status, const std::string& error)>;
+
 // Counts the time of each call, and makes no further call of the set-up once a
 // signal has arrived. Made on the main thread, one at a time.
 class RunWatch final : public zelk::timing::CallWatch {
  public:
+  explicit RunWatch(ConcludeRun conclude) : conclude_(std::move(conclude)) {}
+
   void begin(Kind kind) override {
     if (kind == Kind::set_up) {
       interrupt.check();
@@ -49,6 +56,13 @@ class RunWatch final : public zelk::timing::CallWatch {
     }
   }
 
+  // The run has come to its end with this status: whatever the device library does
+  // from here on, it holds.
+  void conclude(int status) {
+    conclude_(status, "");
+    watchdog.settle(status);
+  }
+
   // Throws Interrupted when a signal has arrived; one that arrives later ends the
   // capture.
   void end_set_up() {
@@ -65,10 +79,16 @@ class RunWatch final : public zelk::timing::CallWatch {
     // A signal may be why a call of the set-up failed.
     const int signal = setting_up_ ? interrupt.signal_number() : 0;
     const int status = signal != 0 ? exit_signal_base + signal : exit_failure;
+    const std::string error = signal != 0 ? Interrupted::text : text;
     watchdog.settle(status);
-    print_error(signal != 0 ? Interrupted::text : text);
+    print_error(error);
+    try {
+      conclude_(status, error);
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the first error counts
+    }
     throw FailedRun(status);
   }
 
+  ConcludeRun conclude_;
   bool setting_up_ = true;
 };

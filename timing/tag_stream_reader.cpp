@@ -11,6 +11,8 @@ namespace zelk::timing {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::chrono::microseconds consumer_wait_step{250};
 
 }  // namespace
@@ -38,6 +40,7 @@ void TagStreamReader::start(const StreamFileHeader& header, std::size_t read_chu
   }
   queue_limit = std::max(limit, min_queue_limit);
   dropped = 0;
+  longest_pause = {};
   stop_requested = false;
   running = true;
   try {
@@ -115,8 +118,13 @@ void TagStreamReader::read_until_stopped(const StreamFileHeader& header, std::si
   StreamDecoder decoder(header);
   std::vector<std::uint8_t> buffer(read_chunk);
   std::vector<TimeTag> tags;
+  std::optional<Clock::time_point> last_read_end;
   while (!stop_requested) {
+    if (last_read_end) {
+      longest_pause = std::max(longest_pause, Clock::now() - *last_read_end);
+    }
     const std::optional<std::size_t> received = device->read_stream_bytes(buffer);
+    last_read_end = Clock::now();
     if (!received) {
       continue;
     }

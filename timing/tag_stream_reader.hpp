@@ -72,6 +72,9 @@ class TagStreamReader {
   // found nothing last time, and so most likely sleeps for a moment. Set it before
   // start().
   std::chrono::microseconds consumer_patience{3000};
+  // The longest time between two reads, for which the host itself kept the stream
+  // waiting. Valid once the thread has ended.
+  std::chrono::steady_clock::duration longest_pause{};
   std::exception_ptr error;  // what ended the thread, or empty
 
  private:

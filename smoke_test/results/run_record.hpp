@@ -1,0 +1,31 @@
+// Everything that is known about a run, filled in while it goes on. What judges a
+// run or writes it down reads this.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "smoke_test/analysis.hpp"
+#include "smoke_test/byte_probe.hpp"
+#include "smoke_test/config.hpp"
+#include "smoke_test/device_settings.hpp"
+#include "smoke_test/results/limits.hpp"
+#include "timing/device.hpp"
+
+struct RunRecord {
+  std::vector<std::string> arguments;  // as given
+  std::chrono::system_clock::time_point start = std::chrono::system_clock::now();
+  Config config;  // as far as the arguments could be applied
+
+  DeviceSettings settings;                            // as far as the set-up came
+  std::optional<Analysis> analysis;                   // of a capture
+  std::optional<ByteProbe> byte_probe;                // in its place
+  std::vector<zelk::timing::DiscoveredDevice> units;  // of a run that lists them
+  std::vector<Condition> limits;                      // in the order of the arguments
+  std::vector<LimitOutcome> outcomes;                 // one per limit, after the report
+
+  std::optional<int> exit_status;  // none: still running
+  std::string error;               // the one line of a failed run
+};
