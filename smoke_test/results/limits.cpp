@@ -7,7 +7,6 @@
 #include <stdexcept>
 
 #include "smoke_test/results/figures.hpp"
-#include "smoke_test/results/run_record.hpp"
 #include "smoke_test/standard_streams.hpp"
 
 namespace {

@@ -11,7 +11,7 @@
 #include "smoke_test/byte_probe.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/device_settings.hpp"
-#include "smoke_test/results/limits.hpp"
+#include "smoke_test/results/condition.hpp"
 #include "timing/device.hpp"
 
 struct RunRecord {

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/smoke_test/small_capture.hpp"
 #include "tests/support/cout_capture.hpp"
 
 namespace {
@@ -23,26 +24,6 @@ using testing::Not;
 using testing::StartsWith;
 using zelk::test_support::CoutCapture;
 using zelk::timing::TimeTag;
-
-// Bins of a millisecond; the base time is 10 ps, the first tag's.
-CaptureStatistics small_capture() {
-  CaptureStatistics statistics(0.001);
-  for (const TimeTag& tag : std::vector<TimeTag>{{1, 10},
-                                                 {0, 0},  // before the base time: bin 0
-                                                 {0, 3'333},
-                                                 {1, 3'353},
-                                                 {7, 4'000},  // no such channel
-                                                 {0, 1'234'567'000},
-                                                 {1, 1'234'567'010},
-                                                 {0, 1'234'566'000},      // 1 ns back
-                                                 {2, 5'000'000'000'000},  // bin 4999: overflow
-                                                 {2, 5'000'000'700'000},  // 700 ns later
-                                                 {3, 3'500'000'000},      // bin 3
-                                                 {3, 3'500'250'000}}) {   // 250 ns later
-    statistics.add(tag);
-  }
-  return statistics;
-}
 
 // All differences are taken around the offset 10 ps: 0 twice, 10 ps once, and
 // 1000 ps once, from the tag that came late.
@@ -87,19 +68,6 @@ constexpr const char* small_capture_lines =
     "bin 1 ch0=2 ch1=1 ch2=0 ch3=0\n"
     "bin 2 ch0=0 ch1=0 ch2=0 ch3=0\n"
     "bin 3 ch0=0 ch1=0 ch2=0 ch3=2\n";
-
-DeviceSettings small_settings() {
-  DeviceSettings settings;
-  settings.identity.text_a = "not printed";
-  settings.identity.device_text = "Unit 12 rev B";
-  settings.calibration_path = "/home/lab/.zelk.timing/calibrations/A-7.cal";
-  settings.calibration_loaded = true;
-  settings.active_reference = 2;
-  settings.tdl_masks = {0x00, 0x07, 0x1F, 0xFF};
-  settings.applied_dead_time_ps = 26'664;
-  settings.calibration_divider = 4'294'967'295;
-  return settings;
-}
 
 std::string report_of(const Config& config, const DeviceSettings& settings,
                       CaptureStatistics statistics, std::uint64_t dropped) {
