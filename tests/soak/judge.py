@@ -89,7 +89,10 @@ class Verdict:
             self.complain(f"ended by signal {number}, which nobody sent")
         if self.error and (self.error[-1:] != b"\n" or not self.failed_call):
             self.complain("a word, or half of one, from a run that a signal ended at once")
-        if len(self.result.signals_sent) == 1 and self.made("qx_open") and not self.made("qx_stop"):
+        # Whose standard error is closed may have said so, and have closed the device.
+        unseen = 2 in self.step.closed and self.made("qx_close")
+        is_left = self.made("qx_open") and not self.made("qx_stop") and not unseen
+        if len(self.result.signals_sent) == 1 and is_left:
             self.complain("signals: ended at once with the device open and nothing stopped")
 
     def judge_end(self):

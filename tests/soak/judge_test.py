@@ -128,6 +128,7 @@ class Judge(unittest.TestCase):
         closed = "qx_open_serial -> 0\nqx_close threads_left=0 descriptors_left=0\n"
         self.assertEqual(complaints(error="interrupted during set-up\n", log=closed, **set_up), [])
         self.expect_complaint(log=closed, **set_up)
+        self.assertEqual(complaints(log=closed, closed=(2,), **set_up), [])
         self.expect_complaint(error="interrupted during set-up\n", log="qx_open_serial -> 0\n",
                               **set_up)
         self.expect_complaint(status=143, signals=interrupt)

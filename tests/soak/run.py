@@ -163,6 +163,8 @@ class Run:
     def prepare_child(self):
         """Between fork and exec."""
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        for number in SIGNALS:  # a shell starts what runs in the background with some ignored
+            signal.signal(number, signal.SIG_DFL)
         if self.step.file_bytes is not None:
             resource.setrlimit(resource.RLIMIT_FSIZE, (self.step.file_bytes,) * 2)
         for descriptor in self.step.closed:
