@@ -113,7 +113,7 @@ std::string calibration_path_for(std::string_view serial) {
 }
 
 std::uint16_t threshold_code(double threshold_v) {
-  constexpr double volts_inverse = 0.25;  // full scale is 4 V
+  constexpr double volts_inverse = 1.0 / highest_threshold_v;  // a power of two, so exact
   const double fraction = std::clamp(threshold_v * volts_inverse, 0.0, 1.0);
   // NOLINTNEXTLINE(bugprone-incorrect-roundings): never negative
   const auto steps = static_cast<std::uint32_t>(fraction * 65535.0 + 0.5);

@@ -31,6 +31,8 @@ zelk::timing::StreamFileHeader stream_header(const Config& config, const DeviceS
 // "-" and "_" are kept, every other byte becomes "_", none at all "unknown".
 std::string calibration_path_for(std::string_view serial);
 
-// The threshold code for a voltage: 0 V to 4 V span the 65536 codes from
+inline constexpr double highest_threshold_v = 4.0;
+
+// The threshold code for a voltage: 0 V to highest_threshold_v span the 65536 codes from
 // 0x8000 upward, wrapping; values outside are clamped. `threshold_v` is finite.
 std::uint16_t threshold_code(double threshold_v);

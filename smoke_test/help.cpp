@@ -25,7 +25,7 @@ void print_option(const Option& option) {
                                    (option.unit.empty() ? "" : " ") + std::string(option.unit);
   std::cout << "  " << std::left << std::setw(key_width) << option.keys[0]  //
             << std::setw(default_width) << default_text                     //
-            << fill_in(option.description, option.word) << aliases_of(option) << '\n';
+            << fill_in(option.description, option.value.word) << aliases_of(option) << '\n';
 }
 
 }  // namespace

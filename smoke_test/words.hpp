@@ -18,7 +18,7 @@ template <typename Value>
 struct Word {
   Value value;
   const char* name = nullptr;                 // in the report
-  std::array<std::string_view, 3> spellings;  // lower case, the chief one first; unused ones empty
+  std::array<std::string_view, 4> spellings;  // lower case, the chief one first; unused ones empty
 };
 
 inline constexpr auto transport_words = std::to_array<Word<zelk::timing::Transport>>({
@@ -54,10 +54,15 @@ inline constexpr auto ref_signal_words = std::to_array<Word<zelk::timing::Refere
     {zelk::timing::ReferenceSignal::one_pps, "1pps", {"1pps", "pps"}},
 });
 
-// The chief spelling in the i-th row; empty beyond the last one.
-template <const auto& words>
+inline constexpr auto bool_words = std::to_array<Word<bool>>({
+    {true, "1", {"1", "true", "yes", "on"}},
+    {false, "0", {"0", "false", "no", "off"}},
+});
+
+// The chief spelling in the i-th of the first `count` rows; empty beyond them.
+template <const auto& words, std::size_t count = words.size()>
 std::string_view chief_word(std::size_t i) {
-  return i < words.size() ? words[i].spellings[0] : std::string_view();
+  return i < count ? words[i].spellings[0] : std::string_view();
 }
 
 template <typename Value, std::size_t count>

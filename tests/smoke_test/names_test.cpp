@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "smoke_test/conversions.hpp"
 #include "smoke_test/options.hpp"
 #include "smoke_test/words.hpp"
 
@@ -65,6 +66,10 @@ TEST(FillIn, PutsTheChiefWordsInPlaceOfTheMarks) {
 
 TEST(FillIn, HasNothingForAMarkBeyondTheLastWord) {
   EXPECT_EQ(fill_in("% % [%]", chief_word<mode_words>), "internal external []");
+}
+
+TEST(FillIn, HasNoMoreThanTheFirstWordsOfATableWhenSoManyAreTold) {
+  EXPECT_EQ(fill_in("% [%]", chief_word<transport_words, 1>), "usb []");
 }
 
 TEST(LowerAscii, LowersLettersOnly) {
