@@ -175,7 +175,8 @@ constexpr Option option_table[] = {
      one_more_text<&Config::limits_files>},
     {keys("json"), "", "", "file for the whole run as one JSON document", text<&Config::json_file>},
     {keys("note"), "", "", "text to keep in that document", text<&Config::note>},
-    {keys("strict"), "0", "", "refuse arguments that would be read as something else: % or %",
+    {keys("strict"), "0", "",
+     "end the run at an argument that would not be taken as it is written: % or %",
      boolean<&Config::strict>},
 };
 

@@ -59,6 +59,7 @@ TEST(Options, EachKeySetsItsOwnFieldOnly) {
       {"reference_signal=1pps", "ref_signal"},
       {"byte_probe=1", "byte_probe"},
       {"bytes=1", "byte_probe"},
+      {"strict=1", "strict"},
   };
   for (const Row& row : rows) {
     EXPECT_THAT(changed_fields(config_from({row.argument})), ElementsAre(row.field))

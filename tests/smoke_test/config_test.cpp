@@ -62,6 +62,7 @@ TEST(ConfigDefaults, AreThoseOfARunWithoutArguments) {
   EXPECT_EQ(config.ref_source, ReferenceClockSource::internal);
   EXPECT_EQ(config.ref_signal, ReferenceSignal::ten_mhz);
   EXPECT_FALSE(config.byte_probe);
+  EXPECT_FALSE(config.strict);
 }
 
 TEST(ConfigDefaults, PassTheChecksAlthoughThePairIsNotStreamed) {
