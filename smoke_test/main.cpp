@@ -10,12 +10,12 @@
 
 #include "smoke_test/active_stream.hpp"
 #include "smoke_test/analysis.hpp"
+#include "smoke_test/arguments.hpp"
 #include "smoke_test/byte_probe.hpp"
 #include "smoke_test/capture.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/device_setup.hpp"
 #include "smoke_test/help.hpp"
-#include "smoke_test/options.hpp"
 #include "smoke_test/report.hpp"
 #include "smoke_test/results/limits.hpp"
 #include "smoke_test/results/run_record.hpp"
@@ -28,7 +28,7 @@ namespace {
 // The run as a record says it, from its arguments on.
 class Run {
  public:
-  explicit Run(const std::vector<std::string_view>& arguments) {
+  explicit Run(const std::vector<std::string_view>& arguments) : arguments_(arguments) {
     record_.arguments.assign(arguments.begin(), arguments.end());
   }
 
@@ -44,9 +44,7 @@ class Run {
 
  private:
   void parse_arguments() {
-    for (const std::string_view argument : record_.arguments) {
-      apply_argument(config_, argument);
-    }
+    apply_arguments(config_, arguments_);
     validate(config_);
     for (const std::string& texts : config_.required) {
       append(record_.limits, read_conditions(texts));
@@ -105,6 +103,7 @@ class Run {
                   std::make_move_iterator(more.end()));
   }
 
+  std::vector<std::string_view> arguments_;
   RunRecord record_;
   Config& config_ = record_.config;
 };
@@ -132,6 +131,10 @@ int main(int argc, char** argv) {
     return failed.status;
   } catch (const std::bad_alloc&) {
     print_error("not enough memory for the arguments");
+    return exit_failure;
+  } catch (const NotedError& error) {
+    print_error(error.what());
+    print_note(error.note());
     return exit_failure;
   } catch (const std::exception& error) {
     print_error(error.what());

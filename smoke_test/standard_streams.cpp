@@ -6,6 +6,8 @@
 #include <csignal>
 #include <iostream>
 
+#include "timing/detail/standard_error.hpp"
+
 namespace {
 
 void ignore(int signal) {
@@ -59,4 +61,10 @@ std::string without_control_characters(std::string_view text) {
 
 void print_error(std::string_view text) {
   std::cerr << without_control_characters(text) + '\n';
+}
+
+void print_note(std::string_view text) {
+  if (zelk::timing::detail::standard_error_is_ready()) {
+    print_error("note: " + std::string(text));
+  }
 }

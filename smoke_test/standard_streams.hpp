@@ -17,3 +17,8 @@ std::string without_control_characters(std::string_view text);
 // Writes the one line that says why the run failed to standard error, and waits
 // until it could be written.
 void print_error(std::string_view text);
+
+// Writes "note: " and the text as a line to standard error, for a person who
+// watches: call it only when that is a terminal. While the terminal takes
+// nothing, because it was stopped, the line is left out.
+void print_note(std::string_view text);

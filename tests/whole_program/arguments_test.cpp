@@ -294,7 +294,8 @@ TEST(Help, NamesEveryKey) {
                           "ref_signal",
                           "reference_signal",
                           "byte_probe",
-                          "bytes"}) {
+                          "bytes",
+                          "strict"}) {
     EXPECT_THAT(help, testing::ContainsRegex("[ (]" + std::string(key) + "[ ,)]"));
   }
 }
