@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "fuzz/input.hpp"
+#include "smoke_test/argument_check.hpp"
 #include "smoke_test/config.hpp"
 #include "smoke_test/options.hpp"
 
@@ -313,6 +314,19 @@ void expect_same(const Settings& s, const Config& c) {
   expect_equal("byte_probe", s.byte_probe, c.byte_probe);
 }
 
+// Whatever ends in the name of a conversion has a remark that says more, and a
+// word that is rejected has none.
+void expect_remark(const std::string& argument) {
+  const bool has_remark = check_argument(argument).has_value();
+  Config config;
+  const End end = end_of([&] { apply_argument(config, argument); });
+  if (end.kind == End::invalid_argument || end.kind == End::out_of_range) {
+    expect(has_remark, "a number that cannot be read has a remark");
+  } else if (end.kind == End::runtime_error) {
+    expect(!has_remark, "a word that is rejected has no remark");
+  }
+}
+
 void run(Input input) {
   std::vector<std::string> arguments;
   while (!input.empty()) {
@@ -332,6 +346,9 @@ void run(Input input) {
   expect_equal("kind of exception", int{expected.kind}, int{actual.kind});
   expect_equal("text of the exception", expected.text, actual.text);
   expect_same(settings, config);
+  for (const std::string& argument : arguments) {
+    expect_remark(argument);
+  }
 }
 
 }  // namespace
