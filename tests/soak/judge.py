@@ -91,7 +91,7 @@ class Verdict:
             self.complain("a word, or half of one, from a run that a signal ended at once")
         # Whose standard error is closed may have said so, and have closed the device.
         unseen = 2 in self.step.closed and self.made("qx_close")
-        is_left = self.made("qx_open") and not self.made("qx_stop") and not unseen
+        is_left = self.opened() and not self.made("qx_stop") and not unseen
         if len(self.result.signals_sent) == 1 and is_left:
             self.complain("signals: ended at once with the device open and nothing stopped")
 
@@ -223,6 +223,10 @@ class Verdict:
 
     def made(self, name):
         return any(call.name.startswith(name) for call in self.result.calls or [])
+
+    def opened(self):
+        calls = self.result.calls or []
+        return any(call.name.startswith("qx_open") and call.status == 0 for call in calls)
 
     def reads(self):
         return [call for call in self.result.calls if call.name == "qx_read_stream_bytes"]

@@ -129,6 +129,7 @@ class Judge(unittest.TestCase):
         self.assertEqual(complaints(error="interrupted during set-up\n", log=closed, **set_up), [])
         self.expect_complaint(log=closed, **set_up)
         self.assertEqual(complaints(log=closed, closed=(2,), **set_up), [])
+        self.assertEqual(complaints(log="qx_open_serial -> -20\n", closed=(2,), **set_up), [])
         self.expect_complaint(error="interrupted during set-up\n", log="qx_open_serial -> 0\n",
                               **set_up)
         self.expect_complaint(status=143, signals=interrupt)
