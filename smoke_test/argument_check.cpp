@@ -1,9 +1,10 @@
 #include "smoke_test/argument_check.hpp"
 
 #include <stdexcept>
+#include <vector>
 
 #include "smoke_test/conversions.hpp"
-#include "smoke_test/nearest_key.hpp"
+#include "smoke_test/nearest_word.hpp"
 #include "smoke_test/options.hpp"
 
 namespace {
@@ -22,7 +23,7 @@ ArgumentRemark without_equals(std::string_view argument, const std::string& key)
         fault + "write " + key + "=VALUE" +
         (option->value.allowed != nullptr ? "; " + option->value.allowed(option->unit) : ""));
   }
-  const std::string nearest(nearest_key(key));
+  const std::string nearest = nearest_key(key);
   return same_for_both(fault +
                        (nearest.empty() ? keys_are_listed : "did you mean " + nearest + "=VALUE?"));
 }
@@ -32,7 +33,7 @@ ArgumentRemark unknown_key(std::string_view argument, std::string_view written,
   if (key.empty()) {
     return same_for_both(std::string(argument) + " has no key; " + keys_are_listed);
   }
-  const std::string nearest(nearest_key(key));
+  const std::string nearest = nearest_key(key);
   return same_for_both(
       std::string(written) + " is unknown; " +
       (nearest.empty() ? "--help lists the keys" : "did you mean " + nearest + "?"));
@@ -92,6 +93,14 @@ std::optional<ArgumentRemark> check_argument(std::string_view argument) {
     return check_value(*option, std::string(split.key) + "=" + value, value);
   }
   return unknown_key(argument, split.key, key);
+}
+
+std::string nearest_key(std::string_view text) {
+  std::vector<std::string> keys;
+  for (const Option& option : options()) {
+    keys.insert(keys.end(), option.keys.begin(), option.keys.end());
+  }
+  return nearest_word(text, keys);
 }
 
 bool asks_for_strictness(std::span<const std::string_view> arguments) {

@@ -21,6 +21,9 @@ struct ArgumentRemark {
 // transport are checked when all arguments are known.
 std::optional<ArgumentRemark> check_argument(std::string_view argument);
 
+// The key or alias that was probably meant, in lower case; empty when none is near.
+std::string nearest_key(std::string_view text);
+
 // Whether the last strict= among the arguments asks for a strict run. None of the
 // others matters, be it wrong or not.
 bool asks_for_strictness(std::span<const std::string_view> arguments);

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <functional>
 #include <type_traits>
+#include <vector>
 
+#include "smoke_test/nearest_word.hpp"
 #include "smoke_test/results/run_record.hpp"
 
 namespace {
@@ -201,6 +203,11 @@ constexpr Figure figure_table[] = {
      of_analysis<&Analysis::host_pause_ms>},
 };
 
+// Under how many names it is known.
+std::size_t count_of_names(const Figure& figure) {
+  return figure.shape == Shape::channel_name ? zelk::timing::channel_count : 1;
+}
+
 }  // namespace
 
 std::span<const Figure> figures() {
@@ -217,17 +224,22 @@ std::string figure_name(const Figure& figure, std::size_t channel) {
 
 NamedFigure find_figure(std::string_view name) {
   for (const Figure& figure : figures()) {
-    if (figure.shape != Shape::channel_name) {
-      if (name == figure.name) {
-        return {.figure = &figure, .channel = std::nullopt};
-      }
-      continue;
-    }
-    for (std::size_t channel = 0; channel < zelk::timing::channel_count; ++channel) {
+    for (std::size_t channel = 0; channel < count_of_names(figure); ++channel) {
       if (name == figure_name(figure, channel)) {
-        return {.figure = &figure, .channel = channel};
+        const bool named = figure.shape == Shape::channel_name;
+        return {.figure = &figure, .channel = named ? std::optional(channel) : std::nullopt};
       }
     }
   }
   return {};
+}
+
+std::string nearest_figure(std::string_view name) {
+  std::vector<std::string> names;
+  for (const Figure& figure : figures()) {
+    for (std::size_t channel = 0; channel < count_of_names(figure); ++channel) {
+      names.push_back(figure_name(figure, channel));
+    }
+  }
+  return nearest_word(name, names);
 }

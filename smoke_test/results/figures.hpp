@@ -39,3 +39,6 @@ struct NamedFigure {
 };
 
 NamedFigure find_figure(std::string_view name);
+
+// The name of the figure that was probably meant; empty when none is near.
+std::string nearest_figure(std::string_view name);

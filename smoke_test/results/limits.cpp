@@ -109,7 +109,9 @@ Condition read_condition(std::string_view text) {
   const std::optional<std::size_t> channel = take_channel(condition, name);
   const NamedFigure named = find_figure(name);
   if (named.figure == nullptr) {
-    refuse(condition, "no figure is called \"" + std::string(name) + "\"");
+    const std::string nearest = nearest_figure(name);
+    refuse(condition, "no figure is called \"" + std::string(name) + "\"" +
+                          (nearest.empty() ? "" : "; did you mean " + nearest + "?"));
   }
   if (channel && named.figure->shape != Figure::Shape::per_channel) {
     refuse(condition, std::string(name) + " has no value per channel");

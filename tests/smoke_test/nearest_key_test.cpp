@@ -1,10 +1,9 @@
 // Which key is suggested for one that does not exist.
-#include "smoke_test/nearest_key.hpp"
-
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "smoke_test/argument_check.hpp"
 #include "smoke_test/options.hpp"
 
 namespace {

@@ -95,7 +95,7 @@ void expect_refused(const std::vector<std::string>& arguments, const std::string
 TEST(LimitsOfARun, ThatCannotBeReadAreRefusedBeforeTheDeviceIsOpened) {
   expect_refused({"require=coincidences>=1,coincidence>=5"},
                  "cannot read the condition \"coincidence>=5\": no figure is called "
-                 "\"coincidence\"");
+                 "\"coincidence\"; did you mean coincidences?");
   expect_refused({"require="},
                  "cannot read the condition \"\": it needs one of = < <= > >= behind a figure, "
                  "and a number");

@@ -140,7 +140,8 @@ TEST(Limits, RefusalsNameTheCondition) {
            {"=5", "cannot read the condition \"=5\": no figure is called \"\""},
            {"device=5", "cannot read the condition \"device=5\": no figure is called \"device\""},
            {"coincidence>=5",
-            "cannot read the condition \"coincidence>=5\": no figure is called \"coincidence\""},
+            "cannot read the condition \"coincidence>=5\": no figure is called \"coincidence\"; "
+            "did you mean coincidences?"},
            {"coincidences[0]>=5",
             "cannot read the condition \"coincidences[0]>=5\": coincidences has no value per "
             "channel"},

@@ -1,11 +1,9 @@
-#include "smoke_test/nearest_key.hpp"
+#include "smoke_test/nearest_word.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <vector>
-
-#include "smoke_test/options.hpp"
 
 namespace {
 
@@ -38,21 +36,19 @@ std::size_t changes_between(std::string_view from, std::string_view to) {
 
 }  // namespace
 
-std::string_view nearest_key(std::string_view text) {
-  std::string_view nearest;
+std::string nearest_word(std::string_view text, std::span<const std::string> words) {
+  std::string nearest;
   std::size_t fewest = 0;
-  for (const Option& option : options()) {
-    for (const std::string_view key : option.keys) {
-      const auto [shorter, longer] = std::minmax({text.size(), key.size()});
-      // Their difference in length alone takes so many; a long text is not compared.
-      if (key.empty() || (longer - shorter) * characters_per_change > longer) {
-        continue;
-      }
-      const std::size_t changes = changes_between(text, key);
-      if (changes * characters_per_change <= longer && (nearest.empty() || changes < fewest)) {
-        nearest = key;
-        fewest = changes;
-      }
+  for (const std::string& word : words) {
+    const auto [shorter, longer] = std::minmax({text.size(), word.size()});
+    // Their difference in length alone takes so many; a long text is not compared.
+    if (word.empty() || (longer - shorter) * characters_per_change > longer) {
+      continue;
+    }
+    const std::size_t changes = changes_between(text, word);
+    if (changes * characters_per_change <= longer && (nearest.empty() || changes < fewest)) {
+      nearest = word;
+      fewest = changes;
     }
   }
   return nearest;
