@@ -37,6 +37,9 @@ struct End {
 // Every setting as a plain number or text.
 struct Settings {
   std::string port = "ftdi://";
+  bool port_given = false;
+  std::string serial;
+  bool list = false;
   int transport = 1;
   int format = 2;
   int mode = 0;
@@ -195,6 +198,15 @@ void apply(Settings& s, const std::string& key, const std::string& value) {
   const std::string word = lowered(value);
   if (key == "port" || key == "control_port") {
     s.port = value;
+    s.port_given = true;
+  } else if (key == "serial") {
+    if (value.empty()) {
+      throw std::runtime_error(
+          "serial must not be empty: list=1 shows those of the attached units");
+    }
+    s.serial = value;
+  } else if (key == "list") {
+    s.list = truth(value);
   } else if (key == "transport") {
     s.transport = transport_of(word);
   } else if (key == "mode") {
@@ -256,6 +268,9 @@ void apply_all(Settings& s, const std::vector<std::string>& arguments) {
   if (s.transport == 0) {
     throw std::runtime_error("this GUI-live smoke test is intended for USB FIFO modes");
   }
+  if (s.port_given && !s.serial.empty()) {
+    throw std::runtime_error("port and serial both choose the unit: give one of them");
+  }
 }
 
 // ---- The comparison ----------------------------------------------------------
@@ -287,6 +302,9 @@ void expect_same_double(std::string_view what, double expected, double actual) {
 
 void expect_same(const Settings& s, const Config& c) {
   expect_equal("port", s.port, c.port);
+  expect_equal("port given", s.port_given, c.port_given);
+  expect_equal("serial", s.serial, c.serial);
+  expect_equal("list", s.list, c.list);
   expect_equal("transport", s.transport, static_cast<int>(c.transport));
   expect_equal("format", s.format, static_cast<int>(c.format));
   expect_equal("mode", s.mode, static_cast<int>(c.mode));

@@ -18,4 +18,7 @@ void validate(const Config& config) {
     throw std::runtime_error("require and limits judge the report, which " +
                              std::string(config.list ? "list" : "byte_probe") + "=1 replaces");
   }
+  if (config.port_given && !config.serial.empty()) {
+    throw std::runtime_error("port and serial both choose the unit: give one of them");
+  }
 }

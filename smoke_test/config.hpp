@@ -15,6 +15,9 @@ using zelk::timing::StreamMode;
 
 struct Config {
   std::string port = "ftdi://";  // empty: the first discovered device
+  bool port_given = false;       // by an argument
+  std::string serial;            // of the attached unit to open; empty: the one at `port`
+  bool list = false;             // print the attached units, and nothing else
   zelk::timing::Transport transport = zelk::timing::Transport::usb;
   zelk::timing::Format format = zelk::timing::Format::packed_delta;
   StreamMode mode = StreamMode::internal;
@@ -38,8 +41,6 @@ struct Config {
   bool byte_probe = false;
 
   // What the run is asked for beyond its report.
-  std::string serial;                     // of the attached unit to open; empty: any
-  bool list = false;                      // name the attached units instead of testing one
   std::uint64_t stop_tags = 0;            // counted tags that end the capture; 0: none do
   std::vector<std::string> required;      // texts of conditions, separated by commas
   std::vector<std::string> limits_files;  // files of conditions
@@ -49,5 +50,6 @@ struct Config {
 };
 
 // Throws std::runtime_error unless the channel pair is two different channels,
-// the transport can stream, and what is asked for goes together.
+// the transport can stream, the unit is chosen in one way only, and what is asked
+// for goes together.
 void validate(const Config& config);

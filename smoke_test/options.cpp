@@ -79,6 +79,21 @@ constexpr OptionValue threshold{.apply = set<&Config::threshold_v, as_double>,
                                 .as_read = threshold_as_read,
                                 .allowed = allowed_number<threshold_limits>};
 
+void apply_port(Config& config, const std::string& value) {
+  config.port = value;
+  config.port_given = true;
+}
+
+void apply_serial(Config& config, const std::string& value) {
+  if (value.empty()) {
+    throw std::runtime_error("serial must not be empty: list=1 shows those of the attached units");
+  }
+  config.serial = value;
+}
+
+constexpr OptionValue port{.apply = apply_port};
+constexpr OptionValue serial{.apply = apply_serial};
+
 // Nearest whole picosecond, halves away from zero. What does not fit into 64
 // bits, and a value that is no number, becomes the most negative one, which
 // leaves the dead time alone.
@@ -118,7 +133,11 @@ constexpr std::array<std::string_view, 3> keys(std::string_view chief, std::stri
 
 constexpr Option option_table[] = {
     {keys("port", "control_port"), "ftdi://", "", "device to open; empty: the first one found",
-     text<&Config::port>},
+     port},
+    {keys("serial"), "", "", "serial number of the attached unit to open, in place of a port",
+     serial},
+    {keys("list"), "0", "", "print the attached units, one per line, and open none: % or %",
+     boolean<&Config::list>},
     {keys("transport"), "usb", "", "link to the device: %", transport},
     {keys("format"), "packed_delta", "", "stream format: %, % or %", format},
     {keys("mode"), "internal", "",
@@ -162,10 +181,6 @@ constexpr Option option_table[] = {
     {keys("byte_probe", "bytes"), "0", "",
      "print byte-level diagnostics of the stream instead of the report: % or %",
      boolean<&Config::byte_probe>},
-    {keys("serial"), "", "", "open the attached unit with this serial number, in place of port",
-     text<&Config::serial>},
-    {keys("list"), "0", "", "name the attached units instead of testing one: % or %",
-     boolean<&Config::list>},
     {keys("stop_tags"), "0", "tags", "end the capture after so many counted tags; 0: only by time",
      number<&Config::stop_tags, as_uint64>},
     {keys("require"), "", "",

@@ -30,6 +30,8 @@ inline std::vector<std::string> changed_fields(const Config& config) {
     }
   };
   note("port", config.port != defaults.port);
+  note("serial", config.serial != defaults.serial);
+  note("list", config.list != defaults.list);
   note("transport", config.transport != defaults.transport);
   note("format", config.format != defaults.format);
   note("mode", config.mode != defaults.mode);

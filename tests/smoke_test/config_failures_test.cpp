@@ -83,6 +83,11 @@ TEST(RejectedArguments, AsynchronousTransportIsNamed) {
   }
 }
 
+TEST(RejectedArguments, EmptySerialIsToldWhereToFindOne) {
+  expect_rejected<std::runtime_error>(
+      "serial=", "serial must not be empty: list=1 shows those of the attached units");
+}
+
 TEST(RejectedArguments, UnknownFormatIsToldTheFormats) {
   for (const char* argument :
        {"format=raw32", "format=", "format=packeddelta", "format= raw64", "format=2"}) {

@@ -31,6 +31,8 @@ TEST(Options, EachKeySetsItsOwnFieldOnly) {
   const std::vector<Row> rows{
       {"port=x", "port"},
       {"control_port=x", "port"},
+      {"serial=x", "serial"},
+      {"list=1", "list"},
       {"transport=uart", "transport"},
       {"mode=external", "mode"},
       {"capture_s=7", "capture_s"},
@@ -78,6 +80,17 @@ TEST(Options, KeysAreCaseInsensitive) {
 
 TEST(PortOption, KeepsCaseAndWhiteSpace) {
   EXPECT_EQ(config_from({"port=FTDI://AbC 1 "}).port, "FTDI://AbC 1 ");
+}
+
+TEST(PortOption, IsRememberedAsGivenWhateverItsValue) {
+  EXPECT_FALSE(config_from({"serial=ftdi://", "por=x"}).port_given);
+  EXPECT_TRUE(config_from({"port="}).port_given);
+  EXPECT_TRUE(config_from({"control_port=ftdi://"}).port_given);
+}
+
+TEST(SerialOption, KeepsCaseAndWhiteSpace) {
+  EXPECT_EQ(config_from({"serial= aB 1 "}).serial, " aB 1 ");
+  EXPECT_EQ(config_from({"serial=A", "SERIAL=b=c"}).serial, "b=c");
 }
 
 TEST(TransportOption, EveryUnknownTextMeansUsb) {

@@ -41,6 +41,9 @@ std::string rejection(std::initializer_list<std::string_view> arguments) {
 TEST(ConfigDefaults, AreThoseOfARunWithoutArguments) {
   const Config config = config_from({});
   EXPECT_EQ(config.port, "ftdi://");
+  EXPECT_FALSE(config.port_given);
+  EXPECT_EQ(config.serial, "");
+  EXPECT_FALSE(config.list);
   EXPECT_EQ(config.transport, Transport::usb);
   EXPECT_EQ(config.format, Format::packed_delta);
   EXPECT_EQ(config.mode, StreamMode::internal);
@@ -198,6 +201,14 @@ TEST(ConfigChecks, RejectUartWhichParsingAccepts) {
 
 TEST(ConfigChecks, NameTheChannelPairBeforeTheTransport) {
   EXPECT_EQ(rejection({"transport=uart", "channel_b=0"}), pair_text);
+}
+
+TEST(ConfigChecks, RejectAUnitChosenInTwoWays) {
+  constexpr const char* text = "port and serial both choose the unit: give one of them";
+  EXPECT_EQ(rejection({"port=x", "serial=y"}), text);
+  EXPECT_EQ(rejection({"serial=y", "control_port="}), text);
+  EXPECT_EQ(rejection({"serial=y"}), "");
+  EXPECT_EQ(rejection({"port=x"}), "");
 }
 
 TEST(ConfigChecks, LeaveEveryOtherFieldToItsUser) {

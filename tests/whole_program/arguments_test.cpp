@@ -270,6 +270,8 @@ TEST(Help, NamesEveryKey) {
   const std::string help = run_smoke_test({}, {"--help"}).output;
   for (const char* key : {"port",
                           "control_port",
+                          "serial",
+                          "list",
                           "transport",
                           "mode",
                           "capture_s",
