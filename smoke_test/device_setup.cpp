@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "smoke_test/report.hpp"
+#include "smoke_test/unit_list.hpp"
 #include "timing/error.hpp"
 #include "timing/reference_clock.hpp"
 
@@ -68,6 +69,12 @@ void set_up_calibration_source(Device& device, const Config& config, DeviceSetti
 }
 
 }  // namespace
+
+void choose_unit(Config& config, zelk::timing::CallWatch* watch) {
+  if (!config.serial.empty()) {
+    config.port = port_of_unit(Device::discover(watch), config.serial);
+  }
+}
 
 Device open_device(const Config& config, zelk::timing::CallWatch* watch) {
   return config.port.empty() ? Device::open_first(Device::standard_rate, watch)

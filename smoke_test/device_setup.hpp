@@ -10,6 +10,11 @@
 #include "timing/device.hpp"
 #include "timing/stream_header.hpp"
 
+// Puts the port of the attached unit with config.serial into config.port, if a
+// serial number was given. Throws zelk::timing::Error "discover", and
+// std::runtime_error unless exactly one attached unit has it.
+void choose_unit(Config& config, zelk::timing::CallWatch* watch = nullptr);
+
 // Opens config.port, or the first discovered device when it is empty. `watch`,
 // if given, is told of every call of the device.
 zelk::timing::Device open_device(const Config& config, zelk::timing::CallWatch* watch = nullptr);

@@ -21,6 +21,7 @@
 #include "smoke_test/results/run_record.hpp"
 #include "smoke_test/run_watch.hpp"
 #include "smoke_test/standard_streams.hpp"
+#include "smoke_test/unit_list.hpp"
 #include "smoke_test/verdict.hpp"
 
 namespace {
@@ -37,8 +38,13 @@ class Run {
   int run() {
     parse_arguments();
     RunWatch watch([this](int status, const std::string& error) { conclude(status, error); });
-    zelk::timing::Device device =
-        watch.attempt("the set-up", [&] { return open_device(config_, &watch); });
+    if (config_.list) {
+      return watch.attempt("the list of units", [&] { return list_units(watch); });
+    }
+    zelk::timing::Device device = watch.attempt("the set-up", [&] {
+      choose_unit(config_, &watch);
+      return open_device(config_, &watch);
+    });
     return watch.attempt("the set-up", [&] { return test_device(device, watch); });
   }
 
@@ -52,6 +58,16 @@ class Run {
     for (const std::string& path : config_.limits_files) {
       append(record_.limits, read_limits_file(path));
     }
+  }
+
+  int list_units(RunWatch& watch) {
+    record_.units = zelk::timing::Device::discover(&watch);
+    watch.interrupt.end_at_once_from_now_on();
+    watch.interrupt.check();  // a signal that arrived during discovery
+    print_units(record_.units);
+    finish_report();
+    watch.conclude(exit_success);
+    return exit_success;
   }
 
   int test_device(zelk::timing::Device& device, RunWatch& watch) {
