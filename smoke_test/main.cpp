@@ -23,6 +23,7 @@
 #include "smoke_test/standard_streams.hpp"
 #include "smoke_test/unit_list.hpp"
 #include "smoke_test/verdict.hpp"
+#include "smoke_test/verdict_words.hpp"
 
 namespace {
 
@@ -98,14 +99,19 @@ class Run {
       record_.outcomes.push_back(judge(limit, record_));
     }
     const std::size_t not_met = print_limits_not_met(record_.limits, record_.outcomes);
-    return verdict(analysis.pair.tags_a, analysis.pair.tags_b, analysis.pair.coincidences,
-                   capture.interrupting_signal, not_met);
+    const int signal = capture.interrupting_signal;
+    const int status = verdict(analysis.pair.tags_a, analysis.pair.tags_b,
+                               analysis.pair.coincidences, signal, not_met);
+    show_verdict(verdict_in_words(config_, analysis, signal, status,
+                                  {.given = record_.limits.size(), .not_met = not_met}));
+    return status;
   }
 
   int report_byte_probe(const ByteProbe& probe) {
     record_.byte_probe = probe;
     print_byte_probe(config_, record_.settings.identity, probe);
     finish_report();
+    show_verdict(byte_probe_in_words(probe));
     return byte_probe_verdict(probe.payload_bytes, probe.interrupting_signal);
   }
 

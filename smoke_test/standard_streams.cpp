@@ -63,8 +63,12 @@ void print_error(std::string_view text) {
   std::cerr << without_control_characters(text) + '\n';
 }
 
-void print_note(std::string_view text) {
+void print_if_ready(std::string_view text) {
   if (zelk::timing::detail::standard_error_is_ready()) {
-    print_error("note: " + std::string(text));
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
   }
+}
+
+void print_note(std::string_view text) {
+  print_if_ready("note: " + without_control_characters(text) + '\n');
 }

@@ -18,6 +18,10 @@ std::string without_control_characters(std::string_view text);
 // until it could be written.
 void print_error(std::string_view text);
 
+// Writes the text to standard error if that takes it at once; it is left out
+// otherwise.
+void print_if_ready(std::string_view text);
+
 // Writes "note: " and the text as a line to standard error, for a person who
 // watches: call it only when that is a terminal. While the terminal takes
 // nothing, because it was stopped, the line is left out.
