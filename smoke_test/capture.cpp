@@ -56,11 +56,11 @@ void collect_tags(TagStreamReader& reader, const Config& config, const Interrupt
       config.stop_tags != 0 ? config.stop_tags : std::numeric_limits<std::uint64_t>::max();
   CaptureStatistics& statistics = capture.statistics;
   LastTags last_tags;
-  Progress progress(config.capture_s);
+  Progress progress(config.capture_s, config.channel_mask);
   const Deadline deadline(config.capture_s);
   while (deadline.is_ahead() && interrupt.signal_number() == 0 && statistics.total() < most_tags) {
     const std::span<const TimeTag> tags = reader.drain();
-    progress.update(deadline.elapsed(), statistics.total());
+    progress.update(deadline.elapsed(), statistics);
     count_tags(statistics, tags, most_tags);
     last_tags.update(statistics, seconds(deadline.elapsed()));
     if (tags.empty()) {

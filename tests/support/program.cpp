@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -66,7 +67,7 @@ Channel make_pipe() {
 }
 
 // Raw mode: the bytes arrive as the program wrote them.
-Channel make_terminal() {
+Channel make_terminal(unsigned short columns) {
   Descriptor ours(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (grantpt(ours.get()) != 0 || unlockpt(ours.get()) != 0) {
     fail("pseudo-terminal");
@@ -76,6 +77,8 @@ Channel make_terminal() {
   tcgetattr(theirs.get(), &settings);
   cfmakeraw(&settings);
   tcsetattr(theirs.get(), TCSANOW, &settings);
+  const winsize size{.ws_row = 0, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
+  ioctl(theirs.get(), TIOCSWINSZ, &size);
   return {std::move(ours), std::move(theirs)};
 }
 
@@ -289,8 +292,8 @@ class Running {
 
 ProgramResult run(const Program& program) {
   Channel output = make_output(program.output, program.directory);
-  Channel error =
-      program.error_on_terminal ? make_terminal() : make_output(program.error, program.directory);
+  Channel error = program.error_on_terminal ? make_terminal(program.terminal_columns)
+                                            : make_output(program.error, program.directory);
   const Clock::time_point started = Clock::now();
   const pid_t child = start(program, output.theirs.get(), error.theirs.get());
   output.theirs.close();

@@ -45,7 +45,8 @@ struct Program {
   std::filesystem::path directory;                 // to run in; empty: the test's own
   Output output = Output::captured;
   Output error = Output::captured;
-  bool error_on_terminal = false;  // standard error is a pseudo-terminal, in raw mode
+  bool error_on_terminal = false;       // standard error is a pseudo-terminal, in raw mode
+  unsigned short terminal_columns = 0;  // of that terminal; 0: it does not tell
   std::optional<TerminalStop> terminal_stop;
   bool ignore_interrupt = false;                    // started with SIGINT ignored
   bool block_alarm = false;                         // started with SIGALRM blocked

@@ -125,6 +125,7 @@ TEST(StoppedProcess, IsNoUnresponsiveLibrary) {
 TEST(StoppedTerminal, IsNoUnresponsiveLibrary) {
   SmokeTest test({}, raw64_arguments({"capture_s=9"}));
   test.program().error_on_terminal = true;
+  test.program().environment["TERM"] = "xterm";
   test.program().terminal_stop = TerminalStop{.from = 300ms, .to = 7500ms};
   const SmokeTestResult result = test.run();
   EXPECT_EQ(result.exit_status, 3);

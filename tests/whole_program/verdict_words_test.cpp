@@ -80,9 +80,7 @@ TEST(VerdictInWords, NamesTheSignalThatEndedTheCapture) {
   test.program().error_on_terminal = true;
   test.program().signals = {{SIGTERM, test.log_file(), "received=16", 250ms}};
   const SmokeTestResult result = test.run();
-  EXPECT_THAT(
-      result.error,
-      testing::EndsWith("ENDED EARLY by SIGTERM: 1 coincidence, offset 100 ps, rms 0.0 ps\n"));
+  EXPECT_EQ(result.error, "ENDED EARLY by SIGTERM: 1 coincidence, offset 100 ps, rms 0.0 ps\n");
   EXPECT_EQ(result.exit_status, 128 + SIGTERM);
 }
 
