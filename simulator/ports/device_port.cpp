@@ -8,39 +8,46 @@
 #include "simulator/failure.hpp"
 #include "simulator/ports/port_query.hpp"
 #include "simulator/ports/port_values.hpp"
+#include "simulator/shown_text.hpp"
 
 namespace zelk::simulator {
 namespace {
 
-constexpr std::string_view unit_scheme = "ftdi://";
 constexpr std::string_view scenario_scheme = "sim://";
 constexpr std::int64_t ps_per_us = 1'000'000;
 
-struct ScenarioName {
-  std::string_view name;
+// What the units of a kind of port see.
+struct UnitKind {
+  std::uint32_t port;
   ScenarioKind scenario;
 };
 
-constexpr ScenarioName scenario_names[] = {
-    {"tags", ScenarioKind::tags},     {"pulses", ScenarioKind::pulses},
-    {"random", ScenarioKind::random}, {"pairs", ScenarioKind::pairs},
-    {"burst", ScenarioKind::burst},   {"silent", ScenarioKind::silent},
+constexpr UnitKind unit_kinds[] = {
+    {ports::unit, ScenarioKind::default_unit}, {ports::tags, ScenarioKind::tags},
+    {ports::pulses, ScenarioKind::pulses},     {ports::random, ScenarioKind::random},
+    {ports::pairs, ScenarioKind::pairs},       {ports::burst, ScenarioKind::burst},
+    {ports::silent, ScenarioKind::silent},
 };
 
-ScenarioKind scenario_of(std::string_view port, std::string_view name) {
-  if (name == unit_scheme || name == default_unit_port) {
-    return ScenarioKind::default_unit;
-  }
-  if (!name.starts_with(scenario_scheme)) {
-    throw Failure(Status::no_such_unit, "no unit at " + quoted(port));
-  }
-  const std::string_view scenario = name.substr(scenario_scheme.size());
-  for (const ScenarioName& known : scenario_names) {
-    if (known.name == scenario) {
-      return known.scenario;
+[[noreturn]] void refuse_name(std::string_view name) {
+  const bool is_scenario = name.starts_with(scenario_scheme);
+  const bool has_keys = name.find_first_of("&=") != name.npos;
+  throw Failure(is_scenario ? Status::unknown_scenario : Status::no_such_unit,
+                (is_scenario ? "unknown scenario " : "no such unit: ") + named(name) +
+                    port_suggestion(name.substr(0, name.find('&'))) + "; " + all_ports_text() +
+                    (has_keys ? "; keys follow a `?`" : ""));
+}
+
+// `name` is what stands before the "?".
+UnitKind unit_kind_of(std::string_view name) {
+  for (const NamedPort& known : named_ports) {
+    for (const UnitKind& unit : unit_kinds) {
+      if (known.name == name && known.kind == unit.port) {
+        return unit;
+      }
     }
   }
-  throw Failure(Status::unknown_scenario, "unknown scenario " + quoted(scenario));
+  refuse_name(name);
 }
 
 std::int64_t take_ps(PortQuery& query, std::size_t row) {
@@ -48,9 +55,10 @@ std::int64_t take_ps(PortQuery& query, std::size_t row) {
 }
 
 void take_tags(PortQuery& query, DevicePort& port) {
-  const std::optional<std::string> file = take_words(query, key_row("file"));
+  constexpr std::size_t file_row = key_row("file");
+  const std::optional<std::string> file = take_words(query, file_row);
   if (!file) {
-    throw Failure(Status::missing_port_key, "sim://tags needs file=PATH");
+    throw missing_key(file_row, "sim://tags", "PATH");
   }
   port.tag_file = *file;
   port.loop = take_whole(query, key_row("loop")) != 0;
@@ -109,9 +117,11 @@ void take_link(PortQuery& query, LinkSettings& link) {
 }  // namespace
 
 DevicePort parse_device_port(std::string_view port) {
+  expect_one_line(port);
   const std::size_t name_end = std::min(port.find('?'), port.size());
+  const UnitKind kind = unit_kind_of(port.substr(0, name_end));
   DevicePort parsed;
-  parsed.scenario = scenario_of(port, port.substr(0, name_end));
+  parsed.scenario = kind.scenario;
   PortQuery query(port.substr(std::min(name_end + 1, port.size())));
   take_signal(query, parsed);
   parsed.pace = take_pace(query);
@@ -131,7 +141,7 @@ DevicePort parse_device_port(std::string_view port) {
                                       {"unlocked", ExternalReference::unlocked},
                                       {"locked", ExternalReference::locked}})
           .value();
-  expect_all_taken(query);
+  expect_all_taken(query, kind.port);
   return parsed;
 }
 

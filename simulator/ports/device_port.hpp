@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "simulator/ports/fault_plan.hpp"
+#include "simulator/ports/named_ports.hpp"
 #include "simulator/reference_clock.hpp"
 #include "simulator/settings.hpp"
 
@@ -15,7 +16,6 @@ namespace zelk::simulator {
 
 // The one unit that discovery lists.
 inline constexpr std::string_view default_unit_serial = "ZK4-0001";
-inline constexpr std::string_view default_unit_port = "ftdi://ZK4-0001";
 
 enum class ScenarioKind {
   default_unit,  // correlated pairs over random background

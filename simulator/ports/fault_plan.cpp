@@ -87,8 +87,7 @@ FaultWindow take_window(PortQuery& query, std::size_t at_row, std::size_t for_ro
   const FaultWindow window{.at_s = take_optional_number(query, at_row),
                            .for_s = take_optional_number(query, for_row)};
   if (window.for_s && !window.at_s) {
-    throw Failure(Status::missing_port_key, std::string(port_keys[for_row].name) + " needs " +
-                                                std::string(port_keys[at_row].name));
+    throw missing_key(at_row, port_keys[for_row].name, "SECONDS");
   }
   return window;
 }

@@ -2,13 +2,24 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "simulator/failure.hpp"
+#include "simulator/shown_text.hpp"
 
 namespace zelk::simulator {
+namespace {
 
-std::string quoted(std::string_view text) {
-  return '"' + std::string(text) + '"';
+Failure malformed(const std::string& detail) {
+  return {Status::malformed_port, "malformed port: " + detail};
+}
+
+}  // namespace
+
+void expect_one_line(std::string_view port) {
+  if (port.find('\n') != port.npos) {
+    throw malformed(named(port) + " holds a line feed; a value holds it as %0A");
+  }
 }
 
 std::string percent_decoded(std::string_view text) {
@@ -23,7 +34,9 @@ std::string percent_decoded(std::string_view text) {
     const auto [rest, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), value, 16);
     if (error != std::errc{} || rest != digits.data() + 2 || value == 0) {
-      throw Failure(Status::malformed_port, "bad percent sign in " + quoted(text));
+      throw malformed("a `%` in " + named(text) +
+                      " wants two hexadecimal digits, other than 00; the sign itself is written "
+                      "as %25");
     }
     decoded += static_cast<char>(value);
     i += 2;
@@ -31,28 +44,36 @@ std::string percent_decoded(std::string_view text) {
   return decoded;
 }
 
-PortQuery::PortQuery(std::string_view text) {
+PortQuery::PortQuery(std::string_view text, std::string_view file) {
+  std::string_view before = file;
+  std::string_view escape = escaped_question_mark;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('&'), text.size());
-    add(text.substr(0, end));
+    const std::string_view item = text.substr(0, end);
+    add(item, before, escape);
+    before = item;
+    escape = escaped_ampersand;
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 }
 
-void PortQuery::add(std::string_view item) {
+void PortQuery::add(std::string_view item, std::string_view before, std::string_view escape) {
   const std::size_t equals = item.find('=');
   if (equals == item.npos || equals == 0) {
-    throw Failure(Status::malformed_port, quoted(item) + " is not key=value");
+    throw malformed(named(item) + " is not key=value" +
+                    (before.empty() ? std::string()
+                                    : "; if it belongs to what stands before it, " +
+                                          joined_text(before, escape, item)));
   }
   const std::string_view key = item.substr(0, equals);
-  for (const auto& [known, value] : items_) {
-    if (known == key) {
-      throw Failure(Status::repeated_port_key, "key " + quoted(key) + " given twice");
+  for (const Item& known : items_) {
+    if (known.key == key) {
+      throw Failure(Status::repeated_port_key, "key " + named(key) + " is given twice");
     }
   }
   const std::string_view value = item.substr(equals + 1);
   percent_decoded(value);  // only to refuse a bad one
-  items_.emplace_back(key, value);
+  items_.push_back({std::string(key), std::string(value), std::string(before), escape});
 }
 
 std::optional<std::string> PortQuery::take(std::string_view key) {
@@ -62,20 +83,24 @@ std::optional<std::string> PortQuery::take(std::string_view key) {
 
 std::optional<std::string> PortQuery::take_encoded(std::string_view key) {
   const auto found = std::find_if(items_.begin(), items_.end(),
-                                  [key](const auto& item) { return item.first == key; });
+                                  [key](const Item& item) { return item.key == key; });
   if (found == items_.end()) {
     return std::nullopt;
   }
-  std::string value = std::move(found->second);
+  std::string value = std::move(found->value);
   items_.erase(found);
   return value;
 }
 
-std::optional<std::string_view> PortQuery::first_left() const {
-  if (items_.empty()) {
-    return std::nullopt;
-  }
-  return items_.front().first;
+const PortQuery::Item* PortQuery::first_left() const {
+  return items_.empty() ? nullptr : &items_.front();
+}
+
+std::string joined_text(std::string_view before, std::string_view escape, std::string_view item) {
+  std::string joined(before);
+  joined += escape;
+  joined += item;
+  return "write " + named(joined);
 }
 
 }  // namespace zelk::simulator

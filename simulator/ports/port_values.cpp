@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 
+#include "simulator/ports/named_ports.hpp"
 #include "simulator/ports/number_text.hpp"
+#include "simulator/shown_text.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -97,6 +99,16 @@ Number number_in_range(std::string_view text, std::size_t row) {
   return *number;
 }
 
+// Whether the item may be the rest of a path that was cut at a "&" or "?".
+bool stands_behind_path(const PortQuery::Item& item) {
+  if (item.escape == escaped_question_mark) {
+    return !item.before.empty();
+  }
+  const std::string_view key = std::string_view(item.before).substr(0, item.before.find('='));
+  return std::ranges::any_of(
+      port_keys, [&](const PortKey& known) { return known.name == key && known.unit == "a path"; });
+}
+
 std::string taken_or_default(PortQuery& query, std::size_t row) {
   const PortKey& key = port_keys[row];
   return query.take(key.name).value_or(std::string(key.standard));
@@ -165,17 +177,32 @@ std::uint32_t take_seed(PortQuery& query) {
   return static_cast<std::uint32_t>(take_whole(query, key_row("seed")));
 }
 
-void expect_all_taken(const PortQuery& query) {
-  const std::optional<std::string_view> left = query.first_left();
-  if (!left) {
+void expect_all_taken(const PortQuery& query, std::uint32_t kind) {
+  const PortQuery::Item* const left = query.first_left();
+  if (left == nullptr) {
     return;
   }
   for (std::size_t row = 0; row < port_keys.size(); ++row) {
-    if (port_keys[row].name == *left) {
-      throw Failure(status_of(first_place_status, row), place_texts[row].string());
+    if (port_keys[row].name == left->key) {
+      throw Failure(
+          status_of(first_place_status, row),
+          place_texts[row].string() + "; it goes with " + ports_text(port_keys[row].ports));
     }
   }
-  throw Failure(Status::unknown_port_key, "unknown key " + quoted(*left));
+  std::string hint = key_suggestion(left->key, kind);
+  if (hint.empty() && stands_behind_path(*left)) {
+    hint = " (if it belongs to the path before it, " +
+           joined_text(left->before, left->escape, left->key + '=' + left->value) + ')';
+  }
+  throw Failure(Status::unknown_port_key,
+                "unknown key " + named(left->key) + hint + ": " + keys_text(kind));
+}
+
+Failure missing_key(std::size_t row, std::string_view who_needs_it, std::string_view value) {
+  const std::string name(port_keys[row].name);
+  return {Status::missing_port_key, "missing key " + named(name) + ": " +
+                                        std::string(who_needs_it) + " needs " + name + '=' +
+                                        std::string(value)};
 }
 
 }  // namespace zelk::simulator

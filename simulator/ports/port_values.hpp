@@ -53,8 +53,12 @@ std::optional<Value> take_choice(
   throw bad_value(row, *word);
 }
 
-// To be called after the last key was taken: throws Failure for one that is
-// left, which is either unknown or not for the port.
-void expect_all_taken(const PortQuery& query);
+// To be called after the last key was taken from a port of this kind: throws
+// Failure for one that is left, which is either unknown or not for the port.
+void expect_all_taken(const PortQuery& query, std::uint32_t kind);
+
+// The failure of an open because a key is missing that a port or another key
+// needs, with such a value.
+Failure missing_key(std::size_t row, std::string_view who_needs_it, std::string_view value);
 
 }  // namespace zelk::simulator

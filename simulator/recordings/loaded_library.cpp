@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "simulator/failure.hpp"
+#include "simulator/shown_text.hpp"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ZELK_INTERCEPTED_LOADER 1
@@ -32,7 +33,8 @@ void* load(const std::string& path) {
   // The loader would wait for the writer of a pipe.
   struct stat about {};
   if (::stat(file.c_str(), &about) == 0 && !S_ISREG(about.st_mode)) {
-    throw Failure(Status::cannot_load_library, path + " is no plain file");
+    throw Failure(Status::cannot_load_library,
+                  "cannot load the tapped library " + named(path) + ": it is no plain file");
   }
   return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE | own_names_first);
 }
@@ -52,12 +54,14 @@ void LoadedLibrary::Unload::operator()(void* library) const noexcept {
 
 LoadedLibrary::LoadedLibrary(const std::string& path) : library_(load(path)) {
   if (!library_) {
-    throw Failure(Status::cannot_load_library, loader_error());
+    throw Failure(Status::cannot_load_library,
+                  "cannot load the tapped library " + named(path) + ": " + loader_error());
   }
-  const auto find = [this]<typename Function>(Function& function, const char* name) {
+  const auto find = [this, &path]<typename Function>(Function& function, const char* name) {
     function = reinterpret_cast<Function>(dlsym(library_.get(), name));
     if (function == nullptr) {
-      throw Failure(Status::library_lacks_function, std::string("no function ") + name);
+      throw Failure(Status::library_lacks_function,
+                    "the tapped library " + named(path) + " lacks the function " + name);
     }
   };
   find(open_serial, "qx_open_serial");

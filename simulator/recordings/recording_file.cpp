@@ -12,29 +12,37 @@
 
 #include "simulator/failure.hpp"
 #include "simulator/recordings/crc32.hpp"
+#include "simulator/shown_text.hpp"
 
 namespace zelk::simulator {
 namespace {
 
 namespace format = recording_format;
 
+Failure unreadable(const std::string& path, const std::string& reason) {
+  return {Status::cannot_read_recording,
+          "cannot read the recording " + named(path) + ": " + reason};
+}
+
+Failure not_opened(const std::string& path, int reason) {
+  const bool holds_ampersand = path.find('&') != path.npos;
+  return {Status::cannot_open_recording,
+          "cannot open the recording " + named(path) + ": " +
+              std::generic_category().message(reason) +
+              (holds_ampersand ? " (a `&` in the path is a part of it; keys follow a `?`)" : "")};
+}
+
 FileDescriptor open_recording(const std::string& path) {
   // Without O_NONBLOCK a pipe without a writer would hold the open for ever.
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file.is_open()) {
-    throw Failure(Status::cannot_open_recording,
-                  "cannot open " + path + ": " + std::generic_category().message(errno));
+    throw not_opened(path, errno);
   }
   struct stat about {};
   if (::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode)) {
-    throw Failure(Status::cannot_read_recording, path + " is no plain file");
+    throw unreadable(path, "it is no plain file");
   }
   return file;
-}
-
-[[noreturn]] void refuse_damage(std::uint32_t number, const char* what) {
-  throw Failure(Status::recording_corrupted,
-                "record " + std::to_string(number) + " of the recording " + what);
 }
 
 // The times of a record: from and to.
@@ -59,17 +67,23 @@ RecordingFile::RecordingFile(const std::string& path, bool cut_short_allowed)
   index(cut_short_allowed);
 }
 
+void RecordingFile::refuse_damage(std::uint32_t number, const char* what) const {
+  throw Failure(Status::recording_corrupted, named(path_) + " is corrupted: record " +
+                                                 std::to_string(number) + " of the recording " +
+                                                 what);
+}
+
 void RecordingFile::check_file_header() const {
   std::array<std::uint8_t, format::file_header_bytes> header{};
   const std::size_t size = read_at(0, header);
   if (size < header.size() ||
       !std::equal(format::magic.begin(), format::magic.end(), header.begin())) {
-    throw Failure(Status::not_a_recording, path_ + " is not a recording");
+    throw Failure(Status::not_a_recording, named(path_) + " is not a recording");
   }
   const std::uint32_t version = load_le32(header.data() + format::magic.size());
   if (version != format::version) {
     throw Failure(Status::unknown_recording_version,
-                  path_ + " is a recording of version " + std::to_string(version) +
+                  named(path_) + " is a recording of version " + std::to_string(version) +
                       "; only version " + std::to_string(format::version) + " is known");
   }
 }
@@ -101,9 +115,9 @@ void RecordingFile::index(bool cut_short_allowed) {
     refuse_damage(place.number, "follows the end");
   }
   if (!has_end && !cut_short_allowed) {
-    throw Failure(Status::recording_cut_short, path_ + " is cut short after " +
-                                                   std::to_string(place.number) +
-                                                   " whole records; cut_short=1 plays these");
+    throw Failure(Status::recording_cut_short,
+                  "the recording " + named(path_) + " is cut short after " +
+                      std::to_string(place.number) + " whole records; cut_short=1 plays these");
   }
 }
 
@@ -171,8 +185,7 @@ std::size_t RecordingFile::read_at(std::uint64_t offset, std::span<std::uint8_t>
       continue;
     }
     if (count < 0) {
-      throw Failure(Status::cannot_read_recording,
-                    "cannot read " + path_ + ": " + std::generic_category().message(errno));
+      throw unreadable(path_, std::generic_category().message(errno));
     }
     if (count == 0) {
       break;

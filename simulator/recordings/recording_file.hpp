@@ -49,6 +49,7 @@ class RecordingFile {
   void index(bool cut_short_allowed);
   void take(const Record& record, const RecordPlace& after);
   std::optional<Record> read_record(RecordPlace& place) const;
+  [[noreturn]] void refuse_damage(std::uint32_t number, const char* what) const;
   [[nodiscard]] std::size_t read_at(std::uint64_t offset, std::span<std::uint8_t> bytes) const;
 
   FileDescriptor file_;

@@ -11,6 +11,7 @@
 
 #include "simulator/failure.hpp"
 #include "simulator/recordings/crc32.hpp"
+#include "simulator/shown_text.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -92,8 +93,12 @@ RecordingWriter::RecordingWriter(const std::string& path, const RecordedOpening&
     : file_(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)), path_(path) {
   if (!file_.is_open()) {
     const int reason = errno;
-    throw Failure(reason == EEXIST ? Status::recording_exists : Status::cannot_create_recording,
-                  "cannot create " + path + ": " + error_text(reason));
+    if (reason == EEXIST) {
+      throw Failure(Status::recording_exists,
+                    "the recording file " + named(path) + " exists already");
+    }
+    throw Failure(Status::cannot_create_recording,
+                  "cannot create the recording file " + named(path) + ": " + error_text(reason));
   }
   bytes_.assign(recording_format::magic.begin(), recording_format::magic.end());
   put32(bytes_, recording_format::version);

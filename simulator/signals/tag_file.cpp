@@ -1,6 +1,7 @@
 #include "simulator/signals/tag_file.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <utility>
 
 #include "simulator/failure.hpp"
+#include "simulator/shown_text.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
@@ -28,6 +30,8 @@ struct FileCloser {
 // Takes the lines one by one and collects the tags.
 class LineParser {
  public:
+  explicit LineParser(const std::string& path) : path_(path) {}
+
   void take(std::string_view line) {
     ++line_number_;
     if (!line.empty() && line.back() == '\r') {
@@ -61,7 +65,8 @@ class LineParser {
 
  private:
   [[noreturn]] void fail(Status status, const char* reason) const {
-    throw Failure(status, "line " + std::to_string(line_number_) + " of the tag file " + reason);
+    throw Failure(status, "line " + std::to_string(line_number_) + " of the tag file " +
+                              named(path_) + ' ' + reason);
   }
 
   void take_tag(std::string_view line) {
@@ -92,11 +97,24 @@ class LineParser {
     tags_.emplace_back(static_cast<std::uint8_t>(channel), time);
   }
 
+  const std::string& path_;
   FileTags tags_;
   std::int64_t last_ps_ = 0;
   std::uint64_t line_number_ = 0;
   bool ended_ = false;
 };
+
+Failure unreadable(const std::string& path, const std::string& reason) {
+  return {Status::cannot_read_tag_file, "cannot read the tag file " + named(path) + ": " + reason};
+}
+
+Failure not_opened(const std::string& path, int reason) {
+  const bool holds_mark = path.find('?') != path.npos;
+  return {Status::cannot_open_tag_file,
+          "cannot open the tag file " + named(path) + ": " +
+              std::generic_category().message(reason) +
+              (holds_mark ? " (a `?` in the path is a part of it; keys are joined by `&`)" : "")};
+}
 
 }  // namespace
 
@@ -106,19 +124,19 @@ FileTags read_tag_file(const std::string& path) {
   const auto kind = std::filesystem::status(path, error).type();
   if (kind != std::filesystem::file_type::regular &&
       kind != std::filesystem::file_type::not_found && kind != std::filesystem::file_type::none) {
-    throw Failure(Status::cannot_read_tag_file, path + " is no plain file");
+    throw unreadable(path, "it is no plain file");
   }
   const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rbe"));
   if (!file) {
-    throw Failure(Status::cannot_open_tag_file, "cannot open " + path);
+    throw not_opened(path, errno);
   }
-  LineParser parser;
+  LineParser parser(path);
   std::vector<char> text(chunk_bytes + max_line_bytes);
   std::size_t kept = 0;  // bytes of a line whose end is still to come
   for (;;) {
     const std::size_t got = std::fread(text.data() + kept, 1, chunk_bytes, file.get());
     if (std::ferror(file.get()) != 0) {
-      throw Failure(Status::cannot_read_tag_file, "cannot read " + path);
+      throw unreadable(path, std::generic_category().message(errno));
     }
     std::string_view rest(text.data(), kept + got);
     for (std::size_t end = rest.find('\n'); end != rest.npos; end = rest.find('\n')) {

@@ -156,8 +156,13 @@ TEST_F(RecordingFileTest, RefusesWhatIsNoRecordingFile) {
   EXPECT_EQ(open_status({}), static_cast<std::int32_t>(Status::not_a_recording));
   expect_refusal({'c', 'h', 'a', 'n', 'n', 'e', 'l', ',', 't', 'i', 'm', 'e', '\n'},
                  Status::not_a_recording, "is not a recording");
-  failure_text(Status::cannot_open_recording,
-               [&] { const RecordingFile missing(path_ + ".none", false); });
+  EXPECT_EQ(failure_text(Status::cannot_open_recording,
+                         [&] { const RecordingFile missing(path_ + ".none", false); }),
+            "cannot open the recording `" + path_ + ".none`: No such file or directory");
+  EXPECT_EQ(failure_text(Status::cannot_open_recording,
+                         [&] { const RecordingFile missing("none.rec&pace=max", false); }),
+            "cannot open the recording `none.rec&pace=max`: No such file or directory (a `&` in "
+            "the path is a part of it; keys follow a `?`)");
   failure_text(Status::cannot_read_recording,
                [&] { const RecordingFile directory(directory_.path().string(), false); });
   const std::string pipe = path_ + ".pipe";

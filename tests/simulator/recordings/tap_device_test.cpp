@@ -299,7 +299,7 @@ TEST_F(TapTest, SaysWhatIsWrongWithTheLibrary) {
   port_.library = ZELK_LACKING_LIBRARY;
   const std::string text = failure_text(Status::library_lacks_function,
                                         [&] { const TapDevice device(port_, std::nullopt); });
-  EXPECT_EQ(text, "no function qx_last_error");
+  EXPECT_EQ(text, "the tapped library `" ZELK_LACKING_LIBRARY "` lacks the function qx_last_error");
 }
 
 // This program offers functions of the same names, from the scripted library.

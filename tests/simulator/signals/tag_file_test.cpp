@@ -32,12 +32,12 @@ class TagFile : public testing::Test {
     return tags;
   }
 
-  // The refusal must name the line.
+  // The refusal must name the line and the file.
   void expect_refused(const std::string& text, Status status, const std::string& line) {
     SCOPED_TRACE(text);
     const std::string path = write(text);
     const std::string reason = failure_text(status, [&] { read_tag_file(path); });
-    EXPECT_TRUE(reason.starts_with("line " + line + " ")) << reason;
+    EXPECT_TRUE(reason.starts_with("line " + line + " of the tag file `" + path + "` ")) << reason;
   }
 
   test_support::TemporaryDirectory directory_;
@@ -97,10 +97,19 @@ TEST_F(TagFile, TimesMustNotFall) {
 
 TEST_F(TagFile, FilesThatCannotBeReadAreRefused) {
   const std::string missing = directory_.path() / "missing.csv";
-  failure_text(Status::cannot_open_tag_file, [&] { read_tag_file(missing); });
+  EXPECT_EQ(failure_text(Status::cannot_open_tag_file, [&] { read_tag_file(missing); }),
+            "cannot open the tag file `" + missing + "`: No such file or directory");
   failure_text(Status::cannot_open_tag_file, [&] { read_tag_file(""); });
   const std::string directory = directory_.path();
-  failure_text(Status::cannot_read_tag_file, [&] { read_tag_file(directory); });
+  EXPECT_EQ(failure_text(Status::cannot_read_tag_file, [&] { read_tag_file(directory); }),
+            "cannot read the tag file `" + directory + "`: it is no plain file");
+}
+
+// Keys that were meant to follow the path have become a part of it.
+TEST_F(TagFile, AQuestionMarkInAMissingPathIsExplained) {
+  EXPECT_EQ(failure_text(Status::cannot_open_tag_file, [&] { read_tag_file("none?loop=1"); }),
+            "cannot open the tag file `none?loop=1`: No such file or directory (a `?` in the path "
+            "is a part of it; keys are joined by `&`)");
 }
 
 // Opening it would wait for somebody who writes.
@@ -108,7 +117,7 @@ TEST_F(TagFile, APipeIsRefusedAtOnce) {
   const std::string pipe = directory_.path() / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0666), 0);
   EXPECT_EQ(failure_text(Status::cannot_read_tag_file, [&] { read_tag_file(pipe); }),
-            pipe + " is no plain file");
+            "cannot read the tag file `" + pipe + "`: it is no plain file");
 }
 
 TEST_F(TagFile, AnEndlessLineIsRefused) {
