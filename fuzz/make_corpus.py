@@ -236,6 +236,9 @@ def make_ports():
     port("replay", "replay://tags.csv?pace=max&cut_short=1&seed=4")
     port("wrong_value", "sim://pairs?pair_rate_hz=2e99")
     port("wrong_place", "sim://silent?pair_rate_hz=1")
+    port("wrong_key", "sim://tags?file=tags.csv&pair_rate=1")
+    port("wrong_name", "sim://pars&seed=1")
+    port("cut_path", "replay:///lab/what?/R&D.rec")
 
 
 # ---- recordings --------------------------------------------------------------

@@ -93,6 +93,11 @@ bool is_one_of(qx_status status, std::initializer_list<qx_status> statuses) {
 std::string text_of(qx_status status) {
   const char* const text = qx_status_string(status);
   expect(text != nullptr && *text != '\0', "a status has a text");
+  constexpr std::size_t longest_bytes = 1500;
+  expect(std::strlen(text) <= longest_bytes, "the text of a status has a bounded length");
+  expect(std::none_of(text, text + std::strlen(text),
+                      [](unsigned char c) { return c < 0x20 || c == 0x7F; }),
+         "the text of a status is one line");
   return text;
 }
 

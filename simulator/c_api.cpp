@@ -33,6 +33,7 @@ using zelk::simulator::DeviceBackend;
 using zelk::simulator::DeviceCall;
 using zelk::simulator::DiscoveredUnit;
 using zelk::simulator::Failure;
+using zelk::simulator::FaultFailure;
 using zelk::simulator::ForwardedFailure;
 using zelk::simulator::from_words;
 using zelk::simulator::identity_from_words;
@@ -66,7 +67,8 @@ qx_status refused(std::optional<std::string>* detail, Status status, const char*
 }
 
 // Runs `action` and returns its status; what it throws becomes a status, and
-// `detail` (when there is one) its text.
+// `detail` its text. Without a device there is no detail: then the text of the
+// status says why a request was refused.
 template <typename Action>
 qx_status guarded(std::optional<std::string>* detail, Action&& action) noexcept {
   try {
@@ -77,7 +79,13 @@ qx_status guarded(std::optional<std::string>* detail, Action&& action) noexcept 
   } catch (const ForwardedFailure& failure) {
     StatusTexts::instance().answered_elsewhere(code(failure.status()), failure.status_text());
     return code(failure.status());
+  } catch (const FaultFailure& failure) {
+    return refused(detail, failure.status(), failure.what());
   } catch (const Failure& failure) {
+    if (detail == nullptr) {
+      StatusTexts::instance().refused_without_device(code(failure.status()), failure.what());
+      return code(failure.status());
+    }
     return refused(detail, failure.status(), failure.what());
   } catch (const std::bad_alloc&) {
     return refused(detail, Status::out_of_memory, "out of memory");

@@ -6,6 +6,7 @@
 #include "simulator/failure.hpp"
 #include "simulator/ports/device_port.hpp"
 #include "simulator/ports/number_text.hpp"
+#include "simulator/shown_text.hpp"
 #include "simulator/unit/unit.hpp"
 
 namespace zelk::simulator {
@@ -15,9 +16,9 @@ constexpr std::string_view fail_prefix = "fail:";
 constexpr std::string_view port_prefix = "port:";
 
 Failure malformed(std::string_view request) {
-  return {Status::malformed_discovery, std::string(discovery_variable) + "=" +
-                                           std::string(request) +
-                                           ": fail:STATUS, empty, null or port:PORT"};
+  return {Status::malformed_discovery, std::string("malformed value of ") + discovery_variable +
+                                           ": " + named(request) +
+                                           " is none of fail:STATUS, empty, null and port:PORT"};
 }
 
 // Throws the failure that `request` asks for.
@@ -26,7 +27,7 @@ Failure malformed(std::string_view request) {
   if (status.value_or(0) == 0) {
     throw malformed(request);
   }
-  throw Failure(static_cast<Status>(*status), "discovery fails as asked");
+  throw FaultFailure(static_cast<Status>(*status), "discovery fails as asked");
 }
 
 // None for a port that names no simulated unit: opening it will tell why.

@@ -1,6 +1,6 @@
 // How the simulated unit says no. Inside the library a refused request is a
 // Failure; the C interface turns it into its status and the device's last
-// error.
+// error, or the status's text where there is no device.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ enum class Status : std::int32_t {
   not_streaming = -8,
   out_of_range = -9,
   internal_error = -10,
-  // Reasons for a failed open, where no device exists to hold a last error.
+  // Reasons for a failed open.
   no_such_unit = -20,
   malformed_port = -21,
   unknown_scenario = -22,
@@ -56,7 +56,8 @@ enum class Status : std::int32_t {
   // From -100 down: the values and places of the keys of port strings.
 };
 
-// A refused request; what() says which value was wrong and why.
+// A refused request; what() says which value was wrong and why, in a whole
+// sentence where there is no device.
 class Failure : public std::runtime_error {
  public:
   Failure(Status status, const std::string& detail) : std::runtime_error(detail), status_(status) {}
@@ -65,6 +66,13 @@ class Failure : public std::runtime_error {
 
  private:
   Status status_;
+};
+
+// A failure that the port string or the environment asks for. It stands for a
+// device's own, so its what() is a last error and never a status's text.
+class FaultFailure : public Failure {
+ public:
+  using Failure::Failure;
 };
 
 }  // namespace zelk::simulator

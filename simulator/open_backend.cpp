@@ -1,5 +1,7 @@
 #include "simulator/open_backend.hpp"
 
+#include <string>
+
 #include "simulator/failure.hpp"
 #include "simulator/faults/faulty_device.hpp"
 #include "simulator/ports/device_port.hpp"
@@ -19,7 +21,8 @@ std::unique_ptr<DeviceBackend> open_backend(std::string_view port, std::optional
     return with_faults(std::make_unique<ReplayDevice>(*replay), replay->faults, replay->seed);
   }
   if (rate && *rate <= 0) {
-    throw Failure(Status::invalid_argument, "the line rate must be above 0");
+    throw Failure(Status::invalid_argument,
+                  "the line rate must be above 0, not " + std::to_string(*rate));
   }
   const DevicePort unit = parse_device_port(port);
   return with_faults(std::make_unique<Unit>(unit), unit.faults, unit.seed);

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "simulator/ports/port_values.hpp"
+#include "simulator/shown_text.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -99,34 +100,47 @@ StatusTexts& StatusTexts::instance() {
   return process_texts;
 }
 
+void StatusTexts::give(std::int32_t status, Texts& texts, std::string_view text) {
+  auto kept = texts.find(text);
+  if (kept == texts.end()) {
+    if (texts.size() >= max_texts) {
+      given_.erase(status);
+      return;
+    }
+    kept = texts.emplace(text).first;
+  }
+  if (given_.size() < max_statuses || given_.contains(status)) {
+    given_[status] = kept->c_str();
+  }
+}
+
 void StatusTexts::answered_elsewhere(std::int32_t status, std::string_view text) noexcept {
   const std::lock_guard lock(mutex_);
   try {
-    auto kept = texts_.find(text);
-    if (kept == texts_.end()) {
-      if (texts_.size() >= max_texts) {
-        elsewhere_.erase(status);
-        return;
-      }
-      kept = texts_.emplace(text).first;
-    }
-    if (elsewhere_.size() < max_statuses || elsewhere_.contains(status)) {
-      elsewhere_[status] = kept->c_str();
-    }
+    give(status, from_elsewhere_, text);
   } catch (const std::bad_alloc&) {
-    elsewhere_.erase(status);
+    given_.erase(status);
+  }
+}
+
+void StatusTexts::refused_without_device(std::int32_t status, std::string_view reason) noexcept {
+  const std::lock_guard lock(mutex_);
+  try {
+    give(status, refusals_, in_one_line(reason, max_refusal_bytes));
+  } catch (const std::bad_alloc&) {
+    given_.erase(status);
   }
 }
 
 void StatusTexts::answered_here(std::int32_t status) noexcept {
   const std::lock_guard lock(mutex_);
-  elsewhere_.erase(status);
+  given_.erase(status);
 }
 
 const char* StatusTexts::text(std::int32_t status) noexcept {
   const std::lock_guard lock(mutex_);
-  const auto found = elsewhere_.find(status);
-  return found != elsewhere_.end() ? found->second : status_text(status);
+  const auto found = given_.find(status);
+  return found != given_.end() ? found->second : status_text(status);
 }
 
 }  // namespace zelk::simulator

@@ -1,5 +1,6 @@
-// Texts of statuses: this library's own, which are fixed and never null, and
-// those of statuses that come from elsewhere. Usable from any thread.
+// Texts of statuses: this library's own, which are fixed and never null, those
+// that say why it opened no device, and those of statuses that come from
+// elsewhere. Usable from any thread.
 #pragma once
 
 #include <cstddef>
@@ -19,12 +20,16 @@ inline constexpr const char* unknown_status_text = "unknown status";
 // This library's own text for `status`; unknown_status_text for any other.
 const char* status_text(std::int32_t status) noexcept;
 
-// Texts for statuses that come from elsewhere: from a tapped library or from a
-// recording. The C interface asks for a status's text without naming a device,
-// so this is the one state that belongs to the whole process: for each status
-// the text of whoever answered with it last. A host asks right after the
-// failed call, and so hears the text that belongs to it, also where two
-// devices number their failures differently.
+// The longest text that says why no device was opened.
+inline constexpr std::size_t max_refusal_bytes = 1500;
+
+// Texts for statuses that come from elsewhere, from a tapped library or from a
+// recording, and for failed opens, where no device exists to hold a last error.
+// The C interface asks for a status's text without naming a device, so this is
+// the one state that belongs to the whole process: for each status the text of
+// whoever answered with it last. A host asks right after the failed call, and
+// so hears the text that belongs to it, also where two devices number their
+// failures differently.
 class StatusTexts {
  public:
   // The process's own.
@@ -34,7 +39,12 @@ class StatusTexts {
   // memory is short, or there are too many already, the status keeps this library's text.
   void answered_elsewhere(std::int32_t status, std::string_view text) noexcept;
 
-  // The simulated unit or this library itself answered `status`.
+  // This library opened no device, or discovered none, for this reason. It is
+  // told in one line of at most max_refusal_bytes. Where memory is short, or
+  // there are too many already, the status keeps this library's text.
+  void refused_without_device(std::int32_t status, std::string_view reason) noexcept;
+
+  // The simulated unit or this library itself answered `status` otherwise.
   void answered_here(std::int32_t status) noexcept;
 
   // Never null; valid as long as the object.
@@ -47,9 +57,15 @@ class StatusTexts {
   static constexpr std::size_t max_texts = 1000;
   static constexpr std::size_t max_statuses = 100'000;
 
+  using Texts = std::set<std::string, std::less<>>;
+
+  void give(std::int32_t status, Texts& texts, std::string_view text);
+
   std::mutex mutex_;
-  std::set<std::string, std::less<>> texts_;
-  std::map<std::int32_t, const char*> elsewhere_;  // into texts_
+  // Apart, so that neither kind leaves no room for the other.
+  Texts from_elsewhere_;
+  Texts refusals_;
+  std::map<std::int32_t, const char*> given_;  // into these two
 };
 
 // A request that a device elsewhere refused while it was being opened.

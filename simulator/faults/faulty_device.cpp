@@ -25,7 +25,7 @@ bool is_reference_call(CallKind call) {
   return call == CallKind::get_reference_clock_status || call == CallKind::set_reference_clock;
 }
 
-Failure failure_of(const FailingCall& failing) {
+FaultFailure failure_of(const FailingCall& failing) {
   return {static_cast<Status>(failing.status), failing.last_error};
 }
 

@@ -115,29 +115,47 @@ static void check_discovery(void) {
   qx_discover_free(list);
 }
 
+#define ALL_PORTS                                                                               \
+  "; there are ftdi://, ftdi://ZK4-0001, sim://tags, sim://pulses, sim://random, sim://pairs, " \
+  "sim://burst, sim://silent, tap://FILE and replay://FILE"
+
 static void check_failed_opens(void) {
   static const struct {
     const char* port;
     const char* text;
   } cases[] = {
-      {"", "no such unit"},
-      {"ftdi://elsewhere", "no such unit"},
-      {"sim://tags?file", "malformed port string"},
-      {"sim://nothing", "unknown scenario in port string"},
-      {"sim://tags?file=x&y=1", "unknown key in port string"},
-      {"sim://tags", "missing key in port string"},
-      {"sim://tags?file=x&pace=0", "port key pace takes real or max"},
-      {"sim://tags?file=/nonexistent/tags.csv", "cannot open the tag file"},
-      {"sim://tags?file=/", "cannot read the tag file"},
-      {"sim://tags?file=/dev/null", "cannot read the tag file"}, /* no plain file */
-      {"tap://", "the port string names no recording file"},
-      {"tap:///nonexistent/a.rec?port=ftdi://", "missing key in port string"},
+      {"", "no such unit: ``" ALL_PORTS},
+      {"ftdi://elsewhere", "no such unit: `ftdi://elsewhere`" ALL_PORTS},
+      {"ftdi://\n", "malformed port: `ftdi://\\n` holds a line feed; a value holds it as %0A"},
+      {"sim://tags?file", "malformed port: `file` is not key=value"},
+      {"sim://nothing", "unknown scenario `sim://nothing`" ALL_PORTS},
+      {"sim://tags?file=x&y=1",
+       "unknown key `y` (if it belongs to the path before it, write `file=x%26y=1`): sim://tags "
+       "takes file, loop, loop_gap_ps, pace, seed, background_hz, amplitude_v, efficiency, "
+       "detector_dead_time_ps, afterpulse_percent, afterpulse_tau_ps, drift_ppm, start_epoch, "
+       "bin_nonuniformity_percent, fifo_bytes, link_bytes_per_s, host_buffer_bytes, short_reads, "
+       "start_bits, prepared_s, fail, silent_at_s, silent_for_s, empty_at_s, empty_for_s, "
+       "hang_at_s, vanish_at_s, flip_bits, lose_bytes, insert_bytes, remove_bits, insert_bits, "
+       "remove_bit_at_s, insert_bit_at_s, zeros_at_s, ones_at_s, reference_unavailable, "
+       "external_reference and reference_lost_at_s"},
+      {"sim://tags", "missing key `file`: sim://tags needs file=PATH"},
+      {"sim://tags?file=x&pace=0", "port key pace takes real or max, not \"0\""},
+      {"sim://tags?file=/nonexistent/tags.csv",
+       "cannot open the tag file `/nonexistent/tags.csv`: No such file or directory"},
+      {"sim://tags?file=/", "cannot read the tag file `/`: it is no plain file"},
+      {"sim://tags?file=/dev/null", "cannot read the tag file `/dev/null`: it is no plain file"},
+      {"tap://", "the port string names no recording file: tap://FILE?library=PATH&port=PORT"},
+      {"tap:///nonexistent/a.rec?port=ftdi://",
+       "missing key `library`: tap://FILE needs library=PATH"},
       {"tap:///nonexistent/a.rec?library=/nonexistent&port=ftdi://",
-       "cannot load the tapped library"},
-      {"replay://", "the port string names no recording file"},
-      {"replay:///nonexistent/a.rec", "cannot open the recording"},
-      {"replay:///", "cannot read the recording"},
-      {"replay://a.rec?pace=0", "port key pace takes real or max"},
+       "cannot load the tapped library `/nonexistent`: /nonexistent: cannot open shared object "
+       "file: No such file or directory"},
+      {"replay://", "the port string names no recording file: replay://FILE"},
+      {"replay:///nonexistent/a.rec",
+       "cannot open the recording `/nonexistent/a.rec`: No such file or directory"},
+      {"replay:///", "cannot read the recording `/`: it is no plain file"},
+      {"replay://a.rec?pace=0", "port key pace takes real or max, not \"0\""},
+      {"ftdi://?fail=open:-23:never shown", "unknown key in port string"},
   };
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
     qx_device* device = (qx_device*)&device;
@@ -146,7 +164,11 @@ static void check_failed_opens(void) {
     check_at(strcmp(qx_status_string(status), cases[i].text) == 0, cases[i].text, __LINE__);
   }
   qx_device* device = NULL;
-  CHECK(qx_open(&device, "ftdi://", 0) != 0 && device == NULL);
+  CHECK(qx_open(&device, "ftdi://", 0) == -1 && device == NULL);
+  CHECK(strcmp(qx_status_string(-1), "the line rate must be above 0, not 0") == 0);
+  /* A call on no device answers the same number. */
+  CHECK(qx_load_calibration(NULL, 1) == -1);
+  CHECK(strcmp(qx_status_string(-1), "invalid argument") == 0);
 }
 
 static void check_settings(qx_device* device) {

@@ -20,6 +20,10 @@ TEST(Discovery, FailsWithAnyStatus) {
   failure_text(static_cast<Status>(2147483647), [] { discovered_units("fail:2147483647"); });
 }
 
+TEST(Discovery, FailsAsADeviceWould) {
+  EXPECT_THROW(discovered_units("fail:-40"), FaultFailure);
+}
+
 TEST(Discovery, MayFindNothing) {
   EXPECT_TRUE(discovered_units("empty").empty());
 }
@@ -40,7 +44,7 @@ TEST(Discovery, MayFindAUnitAtAnyPort) {
 }
 
 TEST(Discovery, KnowsNoIdentityBehindAPortThatCannotBeOpened) {
-  for (const char* const request : {"port:", "port:nowhere"}) {
+  for (const char* const request : {"port:", "port:nowhere", "port:ftdi://\n"}) {
     const std::vector<DiscoveredUnit> units = discovered_units(request);
     ASSERT_EQ(units.size(), 1U);
     EXPECT_EQ(units[0].port, std::string(request).substr(5));

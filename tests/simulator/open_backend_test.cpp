@@ -197,6 +197,17 @@ TEST_F(OpenBackend, AnOpeningThatFailsOpensNothing) {
   failure_text(Status::not_available, [&] { Host host(replay("fail=open:-7")); });
 }
 
+// A host hears it as a device's own failure, with the fixed text of its status.
+TEST_F(OpenBackend, AnOpeningThatFailsAsAskedIsAFault) {
+  EXPECT_THROW(Host("ftdi://?fail=open:-23:never shown"), FaultFailure);
+  EXPECT_THROW(Host(replay("fail=open:-23")), FaultFailure);
+}
+
+TEST_F(OpenBackend, NamesALineRateThatIsNone) {
+  EXPECT_EQ(failure_text(Status::invalid_argument, [] { open_backend("ftdi://", -5); }),
+            "the line rate must be above 0, not -5");
+}
+
 TEST_F(OpenBackend, FaultKeysAreCheckedWhereverTheyStand) {
   for (const std::string& port : {tap("&silent_for_s=1"), replay("silent_for_s=1")}) {
     failure_text(Status::missing_port_key, [&] { Host host(port); });

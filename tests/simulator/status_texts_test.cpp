@@ -67,6 +67,48 @@ TEST(StatusTexts, AreGivenToAHundredThousandStatusesAtMost) {
   EXPECT_STREQ(texts.text(100'001), "odd");
 }
 
+TEST(StatusTexts, SayWhyNoDeviceWasOpenedUntilTheStatusIsAnsweredAgain) {
+  StatusTexts texts;
+  texts.refused_without_device(-23, "unknown key `a`");
+  EXPECT_STREQ(texts.text(-23), "unknown key `a`");
+  EXPECT_STREQ(texts.text(-24), status_text(-24));
+  const char* const given = texts.text(-23);
+  texts.refused_without_device(-23, "unknown key `b`");
+  EXPECT_STREQ(texts.text(-23), "unknown key `b`");
+  texts.answered_elsewhere(-23, "pipe stalled");
+  EXPECT_STREQ(texts.text(-23), "pipe stalled");
+  texts.refused_without_device(-23, "unknown key `c`");
+  texts.answered_here(-23);
+  EXPECT_STREQ(texts.text(-23), status_text(-23));
+  EXPECT_STREQ(given, "unknown key `a`");
+}
+
+TEST(StatusTexts, OfRefusalsAreOneLineOfBoundedLength) {
+  StatusTexts texts;
+  texts.refused_without_device(-30, "cannot open a\nb\x1b");
+  EXPECT_STREQ(texts.text(-30), "cannot open a\\nb\\x1b");
+  texts.refused_without_device(-30, std::string(100'000, 'x'));
+  EXPECT_EQ(std::string(texts.text(-30)).size(), 1500U);
+}
+
+// A host that tries ports must not take the texts of the tapped library away,
+// nor the other way round.
+TEST(StatusTexts, OfRefusalsLeaveRoomForThoseFromElsewhere) {
+  StatusTexts texts;
+  for (int i = 0; i < 1000; ++i) {
+    texts.refused_without_device(-23, "refusal " + std::to_string(i));
+  }
+  EXPECT_STREQ(texts.text(-23), "refusal 999");
+  texts.refused_without_device(-23, "one more");
+  EXPECT_STREQ(texts.text(-23), status_text(-23));
+  texts.refused_without_device(-23, "refusal 7");
+  EXPECT_STREQ(texts.text(-23), "refusal 7");
+  for (int i = 0; i < 1000; ++i) {
+    texts.answered_elsewhere(-6, "text " + std::to_string(i));
+  }
+  EXPECT_STREQ(texts.text(-6), "text 999");
+}
+
 TEST(StatusTexts, MayBeAskedForAndChangedFromAnyThread) {
   StatusTexts texts;
   std::vector<std::thread> threads;
@@ -74,6 +116,8 @@ TEST(StatusTexts, MayBeAskedForAndChangedFromAnyThread) {
     threads.emplace_back([&texts, k] {
       for (int i = 0; i < 1000; ++i) {
         texts.answered_elsewhere(-1 - i % 3, "text " + std::to_string(k));
+        EXPECT_NE(texts.text(-1 - i % 3), nullptr);
+        texts.refused_without_device(-1 - i % 3, "refusal " + std::to_string(k));
         EXPECT_NE(texts.text(-1 - i % 3), nullptr);
         texts.answered_here(-1 - i % 3);
       }

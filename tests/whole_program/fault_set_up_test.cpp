@@ -89,13 +89,22 @@ TEST(SimulatedOpenFailure, LeavesNothingToClose) {
   EXPECT_THAT(result.calls, ElementsAre("qx_open_serial -> -7"));
 }
 
+// The status of an unknown key, which the port does not have.
+TEST(SimulatedOpenFailure, HasTheFixedTextOfItsStatus) {
+  EXPECT_EQ(run_logged({"port=ftdi://?fail=open:-23:never shown"}).error,
+            "open: unknown key in port string\n");
+  EXPECT_EQ(run_logged({"port="}, {{"ZELK_SIM_DISCOVERY", "fail:-40"}}).error,
+            "discover: malformed value of ZELK_SIM_DISCOVERY\n");
+}
+
 TEST(SimulatedFaultKeys, WithABadValueFailTheOpenByName) {
   const SmokeTestResult result = run_logged({"port=ftdi://?vanish_at_s=soon"});
-  EXPECT_EQ(result.error, "open: port key vanish_at_s takes a number from 0 to 1000000 s\n");
+  EXPECT_EQ(result.error,
+            "open: port key vanish_at_s takes a number from 0 to 1000000 s, not \"soon\"\n");
   EXPECT_EQ(result.exit_status, 2);
   EXPECT_EQ(run_logged({"port=ftdi://?fail=frobnicate:1"}).error,
             "open: port key fail takes CALL[#N|@SECONDS]:STATUS[:TEXT], or several of these "
-            "joined by commas\n");
+            "joined by commas, not \"frobnicate:1\"\n");
 }
 
 TEST(SimulatedCalibration, ThatDoesNotLoadIsReportedAndNoFailure) {
@@ -126,7 +135,9 @@ TEST(SimulatedDiscovery, ThatFindsNothingEndsTheRun) {
 
 TEST(SimulatedDiscovery, EntryOfNullPointersIsNoUnit) {
   const SmokeTestResult result = run_logged({"port="}, {{"ZELK_SIM_DISCOVERY", "null"}});
-  EXPECT_EQ(result.error, "open: no such unit\n");
+  EXPECT_EQ(result.error,
+            "open: no such unit: ``; there are ftdi://, ftdi://ZK4-0001, sim://tags, sim://pulses, "
+            "sim://random, sim://pairs, sim://burst, sim://silent, tap://FILE and replay://FILE\n");
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.exit_status, 2);
   EXPECT_THAT(result.calls,
@@ -135,7 +146,9 @@ TEST(SimulatedDiscovery, EntryOfNullPointersIsNoUnit) {
 
 TEST(SimulatedDiscovery, MalformedRequestFailsByName) {
   const SmokeTestResult result = run_logged({"port="}, {{"ZELK_SIM_DISCOVERY", "nothing"}});
-  EXPECT_EQ(result.error, "discover: malformed value of ZELK_SIM_DISCOVERY\n");
+  EXPECT_EQ(result.error,
+            "discover: malformed value of ZELK_SIM_DISCOVERY: `nothing` is none of fail:STATUS, "
+            "empty, null and port:PORT\n");
   EXPECT_EQ(result.exit_status, 2);
 }
 

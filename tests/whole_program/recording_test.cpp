@@ -18,6 +18,8 @@
 namespace zelk::test_support {
 namespace {
 
+using testing::AnyOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -76,6 +78,19 @@ class Recording : public testing::Test {
   // The run ends before its report, with this line.
   static void expect_error(const ProgramResult& result, const std::string& line) {
     EXPECT_EQ(result.error, line + "\n");
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.exit_status, 2);
+  }
+
+  // The same for a line with the number of a record, which differs from
+  // recording to recording, between the two texts.
+  static void expect_error(const ProgramResult& result, const std::string& before,
+                           const std::string& after) {
+    const std::string& error = result.error;
+    const std::size_t digits = error.find_first_not_of("0123456789", before.size());
+    EXPECT_TRUE(error.starts_with(before)) << error;
+    EXPECT_EQ(error.substr(std::min(digits, error.size())), after + "\n");
+    EXPECT_GT(digits, before.size());
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.exit_status, 2);
   }
@@ -222,54 +237,83 @@ TEST_F(Recording, EachDamageOfARecordingIsRefusedWithItsMessage) {
     bytes[at] = static_cast<char>(bytes[at] ^ 0x40);
     return bytes;
   };
-  const std::string cut = "open: the recording is cut short; cut_short=1 plays what there is";
-  const std::string corrupted = "open: the recording is corrupted";
-  expect_error(refused(""), "open: not a recording");
-  expect_error(refused(with_byte(3)), "open: not a recording");
-  expect_error(refused(with_byte(8)), "open: recording of an unknown version");
-  expect_error(refused(with_byte(12)), corrupted);                // a number
-  expect_error(refused(with_byte(20)), corrupted);                // a size
-  expect_error(refused(with_byte(whole.size() / 2)), corrupted);  // in the stream
-  expect_error(refused(with_byte(whole.size() - 1)), corrupted);
-  expect_error(refused(whole + "x"), "open: the recording is corrupted");
-  expect_error(refused(whole.substr(0, whole.size() - 1)), cut);
-  expect_error(refused(whole.substr(0, whole.size() / 2)), cut);
-  expect_error(refused(whole.substr(0, 12)), cut);
-  expect_error(run_with(replay("none.rec"), {}), "open: cannot open the recording");
-  expect_error(run_with("port=replay://" + directory_.path().string(), {}),
-               "open: cannot read the recording");
+  const std::string name = '`' + file("b.rec") + '`';
+  const std::string cut = "open: the recording " + name + " is cut short after ";
+  const std::string plays = " whole records; cut_short=1 plays these";
+  const std::string corrupted = "open: " + name + " is corrupted: record ";
+  const std::string first_header = corrupted + "0 of the recording has a damaged header";
+  expect_error(refused(""), "open: " + name + " is not a recording");
+  expect_error(refused(with_byte(3)), "open: " + name + " is not a recording");
+  expect_error(refused(with_byte(8)),
+               "open: " + name + " is a recording of version 65; only version 1 is known");
+  expect_error(refused(with_byte(12)), first_header);  // a number
+  expect_error(refused(with_byte(20)), first_header);  // a size
+  // Somewhere in the stream.
+  const ProgramResult middle = refused(with_byte(whole.size() / 2));
+  EXPECT_THAT(middle.error, StartsWith(corrupted));
+  EXPECT_THAT(middle.error, AnyOf(EndsWith(" of the recording has damaged contents\n"),
+                                  EndsWith(" of the recording has a damaged header\n")));
+  EXPECT_EQ(middle.output, "");
+  EXPECT_EQ(middle.exit_status, 2);
+  expect_error(refused(with_byte(whole.size() - 1)), corrupted,
+               " of the recording has damaged contents");
+  expect_error(refused(whole + "x"), corrupted, " of the recording follows the end");
+  expect_error(refused(whole.substr(0, whole.size() - 1)), cut, plays);
+  expect_error(refused(whole.substr(0, whole.size() / 2)), cut, plays);
+  expect_error(refused(whole.substr(0, 12)), cut + '0' + plays);
+  expect_error(
+      run_with(replay("none.rec"), {}),
+      "open: cannot open the recording `" + file("none.rec") + "`: No such file or directory");
+  expect_error(
+      run_with("port=replay://" + directory_.path().string(), {}),
+      "open: cannot read the recording `" + directory_.path().string() + "`: it is no plain file");
 }
 
 TEST_F(Recording, PortStringsAreCheckedLikeAnyOther) {
-  expect_error(run_with("port=replay://", {}), "open: the port string names no recording file");
+  expect_error(run_with("port=replay://", {}),
+               "open: the port string names no recording file: replay://FILE");
   expect_error(run_with("port=tap://?library=x&port=y", {}),
-               "open: the port string names no recording file");
-  expect_error(run_with("port=tap://a.rec?library=x", {}), "open: missing key in port string");
-  expect_error(run_with("port=tap://a.rec?port=x", {}), "open: missing key in port string");
+               "open: the port string names no recording file: tap://FILE?library=PATH&port=PORT");
+  expect_error(run_with("port=tap://a.rec?library=x", {}),
+               "open: missing key `port`: tap://FILE needs port=PORT");
+  expect_error(run_with("port=tap://a.rec?port=x", {}),
+               "open: missing key `library`: tap://FILE needs library=PATH");
   expect_error(run_with("port=replay://a.rec?pace=slow", {}),
-               "open: port key pace takes real or max");
+               "open: port key pace takes real or max, not \"slow\"");
   expect_error(run_with("port=replay://a.rec?cut_short=2", {}),
-               "open: port key cut_short takes a whole number from 0 to 1");
+               "open: port key cut_short takes a whole number from 0 to 1, not \"2\"");
   expect_error(run_with("port=replay://a.rec?port=x", {}),
-               "open: port key port does not go with this port");
+               "open: port key port does not go with this port; it goes with tap://FILE");
   expect_error(run_with("port=ftdi://?cut_short=1", {}),
-               "open: port key cut_short does not go with this port");
-  expect_error(run_with("port=replay://a.rec?colour=red", {}), "open: unknown key in port string");
+               "open: port key cut_short does not go with this port; it goes with replay://FILE");
+  expect_error(
+      run_with("port=replay://a.rec?colour=red", {}),
+      "open: unknown key `colour` (if it belongs to the path before it, write "
+      "`a.rec%3Fcolour=red`): replay://FILE takes pace, seed, cut_short, fail, silent_at_s, "
+      "silent_for_s, empty_at_s, empty_for_s, hang_at_s, vanish_at_s, flip_bits, lose_bytes, "
+      "insert_bytes, remove_bits, insert_bits, remove_bit_at_s, insert_bit_at_s, zeros_at_s, "
+      "ones_at_s, reference_unavailable and reference_lost_at_s");
 }
 
 TEST_F(Recording, FailedTapsSayWhatIsWrongAndLeaveNoFile) {
   expect_error(run_with("port=tap://" + file("a.rec") + "?library=/none.so&port=x", {}),
-               "open: cannot load the tapped library");
+               "open: cannot load the tapped library `/none.so`: /none.so: cannot open shared "
+               "object file: No such file or directory");
   expect_error(
       run_with("port=tap://" + file("a.rec") + "?library=" + ZELK_OTHER_LIBRARY + "&port=x", {}),
-      "open: the tapped library lacks a function of the interface");
+      "open: the tapped library `" ZELK_OTHER_LIBRARY "` lacks the function qx_last_error");
   // The text is that of the library behind the tap.
-  expect_error(run_with(tap("a.rec", "usb0"), {}), "open: no such unit");
+  expect_error(run_with(tap("a.rec", "usb0"), {}),
+               "open: no such unit: `usb0`; there are ftdi://, ftdi://ZK4-0001, sim://tags, "
+               "sim://pulses, sim://random, sim://pairs, sim://burst, sim://silent, tap://FILE and "
+               "replay://FILE");
   EXPECT_FALSE(std::filesystem::exists(file("a.rec")));
   expect_error(run_with(tap("none/a.rec", "ftdi://"), {}),
-               "open: cannot create the recording file");
+               "open: cannot create the recording file `" + file("none/a.rec") +
+                   "`: No such file or directory");
   std::ofstream(file("b.rec")) << "precious";
-  expect_error(run_with(tap("b.rec", "ftdi://"), {}), "open: the recording file exists already");
+  expect_error(run_with(tap("b.rec", "ftdi://"), {}),
+               "open: the recording file `" + file("b.rec") + "` exists already");
   EXPECT_EQ(std::filesystem::file_size(file("b.rec")), 8U);
 }
 
@@ -294,7 +338,8 @@ TEST_F(Recording, OutlivesTheProgramThatMadeIt) {
 
   const std::vector<std::string> arguments{"channel_a=2", "channel_b=3", "capture_s=0.2"};
   expect_error(run_with(replay("a.rec"), arguments),
-               "open: the recording is cut short; cut_short=1 plays what there is");
+               "open: the recording `" + file("a.rec") + "` is cut short after ",
+               " whole records; cut_short=1 plays these");
   const ProgramResult first = good_run(replay("a.rec", "?cut_short=1&pace=max"), arguments);
   const ProgramResult second = good_run(replay("a.rec", "?cut_short=1&pace=max"), arguments);
   EXPECT_EQ(first.output, second.output);

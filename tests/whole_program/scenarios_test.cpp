@@ -70,7 +70,7 @@ TEST(Scenarios, AKeyThatIsNotTakenIsNamedOnStandardError) {
   EXPECT_THAT(place.error, HasSubstr("port key rate_hz does not go with this port"));
   const ProgramResult unknown = run_on("sim://silent?rate=5");
   EXPECT_EQ(unknown.exit_status, 2);
-  EXPECT_THAT(unknown.error, HasSubstr("unknown key in port string"));
+  EXPECT_THAT(unknown.error, HasSubstr("unknown key `rate`: sim://silent takes "));
 }
 
 }  // namespace
