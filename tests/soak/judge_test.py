@@ -140,6 +140,11 @@ class Judge(unittest.TestCase):
         self.expect_complaint(log=stopped, error="interrupted\n", **at_once)
         self.assertEqual(complaints(output="", status=-2, signals=interrupt, log=""), [])
         self.expect_complaint(output="", status=-2, signals=interrupt, log="qx_open_serial -> 0\n")
+        unwritten = {"output": "", "status": -2, "signals": interrupt, "log": "", "closed": (1,)}
+        line = "cannot write the report to standard output\n"
+        self.assertEqual(complaints(error=line, **unwritten), [])
+        self.expect_complaint(error=line[:-1], **unwritten)
+        self.expect_complaint(error=line, **unwritten | {"closed": ()})
 
     def test_a_sanitizer_is_heard(self):
         self.expect_complaint(error="==1==ERROR: AddressSanitizer: heap-use-after-free\n", status=2)
