@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::array<int, 2> watched_signals{SIGINT, SIGTERM};
+constexpr std::array<int, 3> watched_signals{SIGHUP, SIGINT, SIGTERM};
 
 // A signal handler can reach nothing but globals of lock-free types.
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)

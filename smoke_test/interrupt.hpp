@@ -1,4 +1,5 @@
-// Ctrl-C and SIGTERM: a polite request to end the run early.
+// Ctrl-C, SIGTERM and the SIGHUP of a terminal that has gone: a polite request to end
+// the run early.
 #pragma once
 
 #include <csignal>
@@ -12,9 +13,10 @@ class Interrupted : public std::runtime_error {
   Interrupted() : std::runtime_error(text) {}
 };
 
-// While an InterruptWatch exists, the first SIGINT or SIGTERM is remembered
+// While an InterruptWatch exists, the first SIGINT, SIGTERM or SIGHUP is remembered
 // instead of ending the program; the second one has its ordinary effect and
-// ends it at once. A signal that was ignored before stays ignored. During the
+// ends it at once. A signal that was ignored before, as SIGHUP is under nohup, stays
+// ignored. During the
 // set-up a signal also ends what the main thread waits for in the system, where
 // that can be. One watch at a time, on the main thread.
 class InterruptWatch {

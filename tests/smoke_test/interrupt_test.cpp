@@ -36,7 +36,8 @@ TEST(InterruptWatch, ReportsNoSignalUntilOneArrives) {
 }
 
 TEST(InterruptWatch, RemembersTheFirstSignalInsteadOfEnding) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    const SignalSetting ordinary(signal, SIG_DFL);
     const InterruptWatch watch;
     std::raise(signal);
     EXPECT_EQ(watch.signal_number(), signal);
@@ -66,6 +67,14 @@ TEST(InterruptWatch, LeavesAnIgnoredSignalIgnored) {
   EXPECT_EQ(handler_of(SIGINT), SIG_IGN);
 }
 
+TEST(InterruptWatch, LeavesAHangupIgnoredAsUnderNohup) {
+  const SignalSetting ignored(SIGHUP, SIG_IGN);
+  const InterruptWatch watch;
+  std::raise(SIGHUP);
+  EXPECT_EQ(watch.signal_number(), 0);
+  EXPECT_EQ(handler_of(SIGHUP), SIG_IGN);
+}
+
 TEST(InterruptWatch, LeavesTheOrdinaryEffectOfSignalsBehind) {
   const SignalSetting ignored(SIGTERM, SIG_IGN);
   const SignalSetting ordinary(SIGINT, SIG_DFL);
@@ -80,6 +89,7 @@ TEST(InterruptWatch, LeavesTheOrdinaryEffectOfSignalsBehind) {
 
 // Returns only when the signals did not end the program.
 void receive(int first, int second) {
+  const SignalSetting ordinary(first, SIG_DFL);
   const InterruptWatch watch;
   std::raise(first);
   std::raise(second);
@@ -89,6 +99,7 @@ void receive(int first, int second) {
 TEST(InterruptWatchDeathTest, TheSecondSignalEndsTheProgram) {
   EXPECT_EXIT(receive(SIGINT, SIGINT), testing::KilledBySignal(SIGINT), "");
   EXPECT_EXIT(receive(SIGTERM, SIGTERM), testing::KilledBySignal(SIGTERM), "");
+  EXPECT_EXIT(receive(SIGHUP, SIGHUP), testing::KilledBySignal(SIGHUP), "");
 }
 
 TEST(InterruptWatchDeathTest, TheSecondSignalMayBeTheOtherOne) {
@@ -98,6 +109,7 @@ TEST(InterruptWatchDeathTest, TheSecondSignalMayBeTheOtherOne) {
 
 // Returns only when the signal did not end the program.
 void receive_at_the_end(int signal) {
+  const SignalSetting ordinary(signal, SIG_DFL);
   InterruptWatch watch;
   watch.end_at_once_from_now_on();
   std::raise(signal);
@@ -107,6 +119,7 @@ void receive_at_the_end(int signal) {
 TEST(InterruptWatchDeathTest, NearTheEndASignalEndsTheProgramWithItsStatus) {
   EXPECT_EXIT(receive_at_the_end(SIGINT), testing::ExitedWithCode(128 + SIGINT), "^$");
   EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^$");
+  EXPECT_EXIT(receive_at_the_end(SIGHUP), testing::ExitedWithCode(128 + SIGHUP), "^$");
 }
 
 TEST(InterruptWatch, NearTheEndStillKnowsAnEarlierSignal) {
@@ -134,7 +147,7 @@ TEST(SignalsForMainThread, KeepsThemFromThreadsThatBeginMeanwhile) {
     std::thread([&] { pthread_sigmask(SIG_SETMASK, nullptr, &in_thread); }).join();
   }
   pthread_sigmask(SIG_SETMASK, nullptr, &after);
-  for (const int signal : {SIGINT, SIGTERM, SIGALRM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
     EXPECT_EQ(sigismember(&in_thread, signal), 1);
     EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal));
   }

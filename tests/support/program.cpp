@@ -161,6 +161,7 @@ pid_t start(const Program& program, int output, int error) {
     return child;
   }
   signal(SIGINT, program.ignore_interrupt ? SIG_IGN : SIG_DFL);
+  signal(SIGHUP, program.ignore_hangup ? SIG_IGN : SIG_DFL);
   signal(SIGTERM, SIG_DFL);
   signal(SIGPIPE, SIG_DFL);
   signal(SIGXFSZ, SIG_DFL);

@@ -49,6 +49,7 @@ struct Program {
   unsigned short terminal_columns = 0;  // of that terminal; 0: it does not tell
   std::optional<TerminalStop> terminal_stop;
   bool ignore_interrupt = false;                    // started with SIGINT ignored
+  bool ignore_hangup = false;                       // started with SIGHUP ignored
   bool block_alarm = false;                         // started with SIGALRM blocked
   std::optional<std::uint64_t> largest_file_bytes;  // the limit for files written
   std::vector<SignalPlan> signals;

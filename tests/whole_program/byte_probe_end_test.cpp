@@ -99,7 +99,7 @@ TEST_P(EndedByteProbe, ItsStatusOutranksAMissingByte) {
   expect_probe(test.run(), {}, 128 + GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, EndedByteProbe, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(BySignal, EndedByteProbe, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 }  // namespace
 }  // namespace zelk::test_support

@@ -1,4 +1,4 @@
-// Ctrl-C and SIGTERM during a capture.
+// Ctrl-C, SIGTERM and SIGHUP during a capture.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -56,7 +56,7 @@ TEST_P(EndedEarly, ItsStatusOutranksAMissingCoincidence) {
   expect_report(test.run(), {}, 128 + GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, EndedEarly, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(BySignal, EndedEarly, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 // The reader is inside a read of ten seconds, so the first signal's orderly
 // end has to wait for it.
@@ -65,8 +65,9 @@ Script blocking_device() {
 }
 
 TEST(SecondSignal, EndsTheProgramAtOnce) {
-  for (const auto& [first, second] : {std::pair(SIGINT, SIGINT), std::pair(SIGTERM, SIGTERM),
-                                      std::pair(SIGINT, SIGTERM), std::pair(SIGTERM, SIGINT)}) {
+  for (const auto& [first, second] :
+       {std::pair(SIGINT, SIGINT), std::pair(SIGTERM, SIGTERM), std::pair(SIGINT, SIGTERM),
+        std::pair(SIGTERM, SIGINT), std::pair(SIGHUP, SIGHUP), std::pair(SIGHUP, SIGTERM)}) {
     SmokeTest test(blocking_device(), raw64_arguments({"capture_s=30"}));
     test.program().signals = {{first, test.log_file(), "qx_start_stream_mode", 150ms},
                               {second, {}, {}, 150ms}};
@@ -104,6 +105,17 @@ TEST(IgnoredInterrupt, LeavesTheTerminationSignalInForce) {
   test.program().ignore_interrupt = true;
   test.program().signals = {{SIGINT, test.log_file(), "-> -3", 50ms}, {SIGTERM, {}, {}, 50ms}};
   expect_report(test.run(), {}, 128 + SIGTERM);
+}
+
+// As under nohup.
+TEST(IgnoredHangup, StaysIgnored) {
+  SmokeTest test(raw64_device({{0, 5000}, {1, 5100}}), raw64_arguments({"capture_s=0.6"}));
+  test.program().ignore_hangup = true;
+  test.program().signals = {{SIGHUP, test.log_file(), "received=16", 100ms},
+                            {SIGHUP, {}, {}, 50ms}};
+  const SmokeTestResult result = test.run();
+  expect_report(result, pair_report, 0);
+  EXPECT_GE(result.duration, 600ms);
 }
 
 TEST(FirstSignal, LeavesAFailingStopAFailure) {
@@ -165,7 +177,7 @@ TEST_P(SetUpInterrupted, OutranksTheFailureOfTheCallUnderWay) {
   EXPECT_EQ(result.calls.back(), "qx_close");
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, SetUpInterrupted, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(BySignal, SetUpInterrupted, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 // A report that is longer than the pipe, and that nobody reads.
 TEST(InterruptedReport, EndsAtOnceWithTheSignalsStatus) {
