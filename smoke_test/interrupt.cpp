@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 
+#include "smoke_test/sudden_end.hpp"
 #include "smoke_test/verdict.hpp"
 
 namespace {
@@ -16,6 +17,7 @@ constexpr std::array<int, 3> watched_signals{SIGHUP, SIGINT, SIGTERM};
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 std::atomic<int> received_signal{0};
 std::atomic<bool> ends_at_once{false};
+std::atomic<bool> ending{false};
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
@@ -34,6 +36,10 @@ void set_unless_ignored(void (*handler)(int), int flags) {
 
 extern "C" void take_signal(int signal) {
   if (ends_at_once) {
+    // One that comes meanwhile ends the program without the rest.
+    if (!ending.exchange(true)) {
+      before_sudden_end(exit_signal_base + signal, signal);
+    }
     _exit(exit_signal_base + signal);
   }
   received_signal = signal;

@@ -25,15 +25,23 @@ class FailedRun : public std::exception {
 // its error if it failed. What it throws makes the run a failed one.
 using ConcludeRun = std::function<void(int exit_status, const std::string& error)>;
 
+// Told before each call of the set-up, so that a call that does not come back finds
+// what is known by then. What it throws makes the run a failed one.
+using PrepareForCall = std::function<void()>;
+
 // Counts the time of each call, and makes no further call of the set-up once a
 // signal has arrived. Made on the main thread, one at a time.
 class RunWatch final : public zelk::timing::CallWatch {
  public:
-  explicit RunWatch(ConcludeRun conclude) : conclude_(std::move(conclude)) {}
+  explicit RunWatch(ConcludeRun conclude, PrepareForCall prepare = nullptr)
+      : conclude_(std::move(conclude)), prepare_(std::move(prepare)) {}
 
   void begin(Kind kind) override {
     if (kind == Kind::set_up) {
       interrupt.check();
+      if (prepare_) {
+        prepare_();
+      }
     }
     watchdog.begin_call(kind == Kind::set_up ? Watchdog::set_up_limit : Watchdog::streaming_limit);
   }
@@ -90,5 +98,6 @@ class RunWatch final : public zelk::timing::CallWatch {
   }
 
   ConcludeRun conclude_;
+  PrepareForCall prepare_;
   bool setting_up_ = true;
 };

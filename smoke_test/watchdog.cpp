@@ -10,6 +10,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "smoke_test/sudden_end.hpp"
 #include "smoke_test/verdict.hpp"
 #include "timing/detail/standard_error.hpp"
 
@@ -24,6 +25,8 @@ std::atomic<int> ticks_of_call{0};           // all that it may take
 std::atomic<std::int64_t> first_tick_ms{0};  // when it is due; 0: it has come
 std::atomic<int> settled_status{unsettled};
 std::atomic<bool> giving_up{false};
+std::atomic<bool> last_things_begun{false};
+std::atomic<int> ticks_for_last_things{8};
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
               std::atomic<std::int64_t>::is_always_lock_free);
@@ -38,21 +41,28 @@ int ticks_in(std::chrono::milliseconds time) {
   return static_cast<int>((time + Watchdog::tick - std::chrono::milliseconds{1}) / Watchdog::tick);
 }
 
-// The next tick ends the process if the line should keep this one waiting.
-[[noreturn]] void give_up() {
-  const int status = settled_status;
-  if (status != unsettled) {
-    _exit(status);
-  }
+// The next tick goes on from here if the line should keep this one waiting, and a
+// later one ends the process if the last things do. Returns only while these have
+// time.
+void give_up() {
+  const int settled = settled_status;
+  const int status = settled != unsettled ? settled : exit_failure;
   constexpr std::string_view text = "the device library does not answer\n";
-  if (!giving_up.exchange(true) && zelk::timing::detail::standard_error_is_ready()) {
+  if (!giving_up.exchange(true) && settled == unsettled &&
+      zelk::timing::detail::standard_error_is_ready()) {
     [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
   }
-  _exit(exit_failure);
+  if (!last_things_begun.exchange(true)) {
+    before_sudden_end(status, 0);
+    _exit(status);
+  }
+  if (!sudden_end_takes_time() || ticks_for_last_things.fetch_sub(1) <= 1) {
+    _exit(status);
+  }
 }
 
-// What is safe in a signal handler: lock-free atomics, the clock, poll, write and
-// _exit.
+// What is safe in a signal handler: lock-free atomics, the clock, poll, write, what
+// before_sudden_end() does, and _exit.
 extern "C" void count_tick(int /*signal*/) {
   const int saved_errno = errno;
   int left = ticks_left;

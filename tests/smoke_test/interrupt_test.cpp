@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include "smoke_test/sudden_end.hpp"
+
 namespace {
 
 using Handler = void (*)(int);
@@ -120,6 +122,16 @@ TEST(InterruptWatchDeathTest, NearTheEndASignalEndsTheProgramWithItsStatus) {
   EXPECT_EXIT(receive_at_the_end(SIGINT), testing::ExitedWithCode(128 + SIGINT), "^$");
   EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^$");
   EXPECT_EXIT(receive_at_the_end(SIGHUP), testing::ExitedWithCode(128 + SIGHUP), "^$");
+}
+
+TEST(InterruptWatchDeathTest, NearTheEndTheLastThingsAreDone) {
+  set_before_sudden_end([](int exit_status, int signal) { _exit(exit_status - 2 * signal); });
+  EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 - SIGTERM), "^$");
+  // Another signal in the midst of them ends the program all the same.
+  set_before_sudden_end([](int, int) { std::raise(SIGINT); });
+  EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGINT), "^$");
+  set_before_sudden_end(nullptr);
+  EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^$");
 }
 
 TEST(InterruptWatch, NearTheEndStillKnowsAnEarlierSignal) {

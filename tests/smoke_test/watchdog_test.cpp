@@ -9,6 +9,8 @@
 #include <ctime>
 #include <thread>
 
+#include "smoke_test/sudden_end.hpp"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -106,6 +108,39 @@ TEST(WatchdogDeathTest, WakesUpAlsoWhenItsSignalWasBlocked) {
         hang();
       },
       testing::ExitedWithCode(2), "^the device library does not answer\n$");
+}
+
+void sleep_in_handler(std::time_t seconds) {
+  timespec left{};
+  left.tv_sec = seconds;
+  while (nanosleep(&left, &left) != 0) {  // ticks come meanwhile
+  }
+}
+
+TEST(WatchdogDeathTest, LeavesTheLastThingsMoreThanATick) {
+  EXPECT_EXIT(
+      {
+        set_before_sudden_end([](int exit_status, int signal) {
+          sleep_in_handler(1);
+          _exit(10 * exit_status + signal + 7);
+        });
+        Watchdog watchdog;
+        watchdog.begin_call(20ms);
+        hang();
+      },
+      testing::ExitedWithCode(27), "^the device library does not answer\n$");
+}
+
+TEST(WatchdogDeathTest, DoesNotWaitForEverForTheLastThings) {
+  EXPECT_EXIT(
+      {
+        set_before_sudden_end([](int, int) { sleep_in_handler(3600); });
+        Watchdog watchdog;
+        watchdog.settle(3);
+        watchdog.begin_call(20ms);
+        hang();
+      },
+      testing::ExitedWithCode(3), "^$");
 }
 
 // Ends with the number of calls that a signal disturbed.
