@@ -19,6 +19,9 @@ struct RunRecord {
   std::chrono::system_clock::time_point start = std::chrono::system_clock::now();
   Config config;  // as far as the arguments could be applied
 
+  std::string run_id;           // random; empty: nobody writes the record down
+  bool set_up_is_done = false;  // all that the settings say is known
+
   DeviceSettings settings;                            // as far as the set-up came
   std::optional<Analysis> analysis;                   // of a capture
   std::optional<ByteProbe> byte_probe;                // in its place
