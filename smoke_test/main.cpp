@@ -17,6 +17,7 @@
 #include "smoke_test/device_setup.hpp"
 #include "smoke_test/help.hpp"
 #include "smoke_test/report.hpp"
+#include "smoke_test/results/json_output.hpp"
 #include "smoke_test/results/limits.hpp"
 #include "smoke_test/results/run_record.hpp"
 #include "smoke_test/run_watch.hpp"
@@ -27,18 +28,26 @@
 
 namespace {
 
+// The line of an error, and the note that belongs to it.
+void print_refusal(const std::exception& error) {
+  print_error(error.what());
+  if (const auto* noted = dynamic_cast<const NotedError*>(&error)) {
+    print_note(noted->note());
+  }
+}
+
 // The run as a record says it, from its arguments on.
 class Run {
  public:
-  explicit Run(const std::vector<std::string_view>& arguments) : arguments_(arguments) {
-    record_.arguments.assign(arguments.begin(), arguments.end());
-  }
+  explicit Run(const std::vector<std::string_view>& arguments)
+      : arguments_(arguments), record_(record_of(arguments)) {}
 
   // Returns the exit status. Throws FailedRun for a failure that was printed, and
   // others before anything is opened.
   int run() {
-    parse_arguments();
-    RunWatch watch([this](int status, const std::string& error) { conclude(status, error); });
+    accept_arguments();
+    RunWatch watch([this](int status, const std::string& error) { conclude(status, error); },
+                   [this] { json_.prepare(); });
     if (config_.list) {
       return watch.attempt("the list of units", [&] { return list_units(watch); });
     }
@@ -50,6 +59,28 @@ class Run {
   }
 
  private:
+  static RunRecord record_of(const std::vector<std::string_view>& arguments) {
+    RunRecord record;
+    record.arguments.assign(arguments.begin(), arguments.end());
+    return record;
+  }
+
+  // Their refusal is worth a document, too.
+  void accept_arguments() {
+    try {
+      parse_arguments();
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception& error) {
+      print_refusal(error);
+      try {
+        conclude(exit_failure, error.what());
+      } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the first error counts
+      }
+      throw FailedRun(exit_failure);
+    }
+  }
+
   void parse_arguments() {
     apply_arguments(config_, arguments_);
     validate(config_);
@@ -73,6 +104,7 @@ class Run {
 
   int test_device(zelk::timing::Device& device, RunWatch& watch) {
     set_up_device(device, config_, record_.settings);
+    record_.set_up_is_done = true;
     device.start_stream(config_.mode);
     ActiveStream stream(device);
     return watch.attempt("the analysis", [&] {
@@ -93,6 +125,7 @@ class Run {
   int report_capture(const Capture& capture) {
     const Analysis& analysis = record_.analysis.emplace(
         analyse(capture, config_.channel_a, config_.channel_b, config_.coincidence_window_ps));
+    json_.prepare();
     print_report(config_, record_.settings, analysis);
     finish_report();
     for (const Condition& limit : record_.limits) {
@@ -109,6 +142,7 @@ class Run {
 
   int report_byte_probe(const ByteProbe& probe) {
     record_.byte_probe = probe;
+    json_.prepare();
     print_byte_probe(config_, record_.settings.identity, probe);
     finish_report();
     show_verdict(byte_probe_in_words(probe));
@@ -118,6 +152,7 @@ class Run {
   void conclude(int status, const std::string& error) {
     record_.exit_status = status;
     record_.error = error;
+    json_.conclude();
   }
 
   static void append(std::vector<Condition>& limits, std::vector<Condition> more) {
@@ -128,6 +163,7 @@ class Run {
   std::vector<std::string_view> arguments_;
   RunRecord record_;
   Config& config_ = record_.config;
+  JsonOutput json_{record_};
 };
 
 int run(const std::vector<std::string_view>& arguments) {
@@ -153,10 +189,6 @@ int main(int argc, char** argv) {
     return failed.status;
   } catch (const std::bad_alloc&) {
     print_error("not enough memory for the arguments");
-    return exit_failure;
-  } catch (const NotedError& error) {
-    print_error(error.what());
-    print_note(error.note());
     return exit_failure;
   } catch (const std::exception& error) {
     print_error(error.what());
