@@ -154,16 +154,17 @@ void TagStreamReader::append(std::vector<TimeTag>& tags) {
 // that is too slow finds tags at every drain, and is never waited for.
 void TagStreamReader::wait_for_sleeping_consumer(std::unique_lock<std::mutex>& lock,
                                                  std::size_t count) {
-  for (auto left = consumer_patience; left.count() > 0; left -= consumer_wait_step) {
-    const bool has_room = queue.size() + count <= queue_limit;
-    if (!consumer_sleeps_ || queue.empty() || has_room || stop_requested) {
+  const Clock::time_point end = Clock::now() + consumer_patience;
+  while (consumer_sleeps_ && !queue.empty() && queue.size() + count > queue_limit &&
+         !stop_requested) {
+    if (Clock::now() >= end) {
+      consumer_sleeps_ = false;
       return;
     }
     lock.unlock();
     std::this_thread::sleep_for(consumer_wait_step);
     lock.lock();
   }
-  consumer_sleeps_ = false;
 }
 
 }  // namespace zelk::timing

@@ -303,8 +303,9 @@ TEST(Reader, DrainWithNothingQueuedGivesNothing) {
 }
 
 TEST(Reader, StopEndsTheThreadAfterTheReadUnderWay) {
-  Bench bench(Script{.reads = {{.bytes = records(7, 1)}, {.bytes = records(8, 1), .delay_ms = 200}},
-                     .forever = {.bytes = records(9, 1), .delay_ms = 0}});
+  Bench bench(
+      Script{.reads = {{.bytes = records(7, 1)}, {.bytes = records(8, 1), .delay_ms = 1500}},
+             .forever = {.bytes = records(9, 1), .delay_ms = 0}});
   bench.reader.start(external_raw64(), chunk, 1024);
   ASSERT_TRUE(wait_until([&] { return queued(bench.reader) == 1; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(30));  // into the second read

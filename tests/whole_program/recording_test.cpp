@@ -101,6 +101,10 @@ class Recording : public testing::Test {
   TemporaryDirectory directory_;
 };
 
+// A capture of the calibration source that ends with its tags, and not by the clock.
+const std::vector<std::string> some_tags{"channel_a=2", "channel_b=3", "capture_s=20",
+                                         "stop_tags=20"};
+
 struct Stream {
   const char* format;
   const char* mode;
@@ -108,7 +112,7 @@ struct Stream {
 
 class RecordedRun : public Recording, public testing::WithParamInterface<Stream> {
  protected:
-  static std::vector<std::string> arguments(const std::string& capture_s = "0.25") {
+  static std::vector<std::string> arguments(const std::string& capture_s = "1") {
     return {std::string("format=") + GetParam().format,
             std::string("mode=") + GetParam().mode,
             "channel_a=2",
@@ -165,7 +169,7 @@ INSTANTIATE_TEST_SUITE_P(EachFormatAndMode, RecordedRun,
                          });
 
 TEST_F(Recording, HoldsAByteProbeAsWell) {
-  const std::vector<std::string> arguments{"byte_probe=1", "capture_s=0.1", "mode=external"};
+  const std::vector<std::string> arguments{"byte_probe=1", "capture_s=1", "mode=external"};
   const ProgramResult probe = good_run(tap("a.rec", "ftdi://"), arguments);
   const ProgramResult played = good_run(replay("a.rec", "?pace=max"), arguments);
   EXPECT_EQ(without_port(played.output), without_port(probe.output));
@@ -173,25 +177,26 @@ TEST_F(Recording, HoldsAByteProbeAsWell) {
 }
 
 TEST_F(Recording, RealTimeIsTheDefaultAndAMaximumPaceAnOption) {
-  good_run(tap("a.rec", "ftdi://"), {"channel_a=2", "channel_b=3", "capture_s=0.4"});
+  good_run(tap("a.rec", "ftdi://"),
+           {"channel_a=2", "channel_b=3", "capture_s=20", "stop_tags=40000"});
   const auto tags_in = [this](const std::string& keys) {
     const ProgramResult result =
-        good_run(replay("a.rec", keys), {"channel_a=2", "channel_b=3", "capture_s=0.1"});
+        good_run(replay("a.rec", keys), {"channel_a=2", "channel_b=3", "capture_s=1"});
     const std::size_t at = result.output.find("tags_total=");
     return std::stoi(result.output.substr(at + 11));
   };
-  // In 0.4 s the two channels make 8000 tags.
-  EXPECT_LT(tags_in(""), 5000);
-  EXPECT_GT(tags_in("?pace=max"), 5000);
+  // In 2 s the two channels make 40000 tags.
+  EXPECT_LT(tags_in(""), 30000);
+  EXPECT_GT(tags_in("?pace=max"), 30000);
 }
 
 TEST_F(Recording, AnotherCaptureTimeContradictsNothing) {
-  good_run(tap("a.rec", "ftdi://"), {"channel_a=2", "channel_b=3", "capture_s=0.1"});
-  good_run(replay("a.rec", "?pace=max"), {"channel_a=2", "channel_b=3", "capture_s=0.2"});
+  good_run(tap("a.rec", "ftdi://"), some_tags);
+  good_run(replay("a.rec", "?pace=max"), some_tags);
 }
 
 TEST_F(Recording, ContradictingSettingsAreRefused) {
-  good_run(tap("a.rec", "ftdi://"), {"channel_a=2", "channel_b=3", "capture_s=0.1"});
+  good_run(tap("a.rec", "ftdi://"), some_tags);
   struct Contradiction {
     const char* argument;
     const char* line;
@@ -225,7 +230,7 @@ TEST_F(Recording, ContradictingSettingsAreRefused) {
 }
 
 TEST_F(Recording, EachDamageOfARecordingIsRefusedWithItsMessage) {
-  good_run(tap("a.rec", "ftdi://"), {"channel_a=2", "channel_b=3", "capture_s=0.1"});
+  good_run(tap("a.rec", "ftdi://"), some_tags);
   std::ifstream in(file("a.rec"), std::ios::binary);
   const std::string whole{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   const auto refused = [this](const std::string& bytes) {
@@ -321,8 +326,8 @@ TEST_F(Recording, FailedTapsSayWhatIsWrongAndLeaveNoFile) {
 TEST_F(Recording, TapsASecondCopyOfTheLibraryThatTheProgramRunsWith) {
   std::filesystem::copy_file(library, file("copy.so"));
   good_run("port=tap://" + file("a.rec") + "?library=" + file("copy.so") + "&port=ftdi://",
-           {"channel_a=2", "channel_b=3", "capture_s=0.1"});
-  good_run(replay("a.rec"), {"channel_a=2", "channel_b=3", "capture_s=0.1"});
+           some_tags);
+  good_run(replay("a.rec"), some_tags);
 }
 
 TEST_F(Recording, OutlivesTheProgramThatMadeIt) {
@@ -336,7 +341,7 @@ TEST_F(Recording, OutlivesTheProgramThatMadeIt) {
   ASSERT_EQ(killed.ended_by_signal, SIGKILL);
   EXPECT_FALSE(killed.killed_by_watchdog);
 
-  const std::vector<std::string> arguments{"channel_a=2", "channel_b=3", "capture_s=0.2"};
+  const std::vector<std::string> arguments{"channel_a=2", "channel_b=3", "capture_s=1.5"};
   expect_error(run_with(replay("a.rec"), arguments),
                "open: the recording `" + file("a.rec") + "` is cut short after ",
                " whole records; cut_short=1 plays these");
@@ -359,7 +364,7 @@ TEST_F(Recording, IsClosedProperlyByAnInterruptedRun) {
     EXPECT_FALSE(interrupted.killed_by_watchdog);
     EXPECT_EQ(interrupted.exit_status, 128 + signal);
     EXPECT_THAT(interrupted.output, HasSubstr("tags_total="));
-    good_run(replay("a.rec", "?pace=max"), {"channel_a=2", "channel_b=3", "capture_s=0.2"});
+    good_run(replay("a.rec", "?pace=max"), some_tags);
     std::filesystem::remove(file("a.rec"));
   }
 }
@@ -385,8 +390,7 @@ TEST_F(Recording, AFullDiskEndsTheRunAndKeepsWhatWasWritten) {
                          file("a.rec") + ": "));
   EXPECT_EQ(lines_of(full.error).size(), 1U);
   EXPECT_EQ(lines_of(full.output).size(), 1U);  // the reference clock
-  good_run(replay("a.rec", "?cut_short=1&pace=max"),
-           {"channel_a=2", "channel_b=3", "capture_s=0.2"});
+  good_run(replay("a.rec", "?cut_short=1&pace=max"), some_tags);
 }
 
 }  // namespace
