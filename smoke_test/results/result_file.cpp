@@ -58,7 +58,7 @@ std::string follow_links(std::string path) {
       return path;
     }
     const std::string to(link.data(), static_cast<std::size_t>(length));
-    path = to.starts_with('/') ? to : split(path).first + to;
+    path = to.starts_with('/') ? to : split(path).first.append(to);
   }
   return path;
 }

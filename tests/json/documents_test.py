@@ -274,6 +274,23 @@ class Documents(unittest.TestCase):
         self.assertIsNone(silent["byte_probe"]["first_nonzero_offset"])
         self.assertEqual(silent["byte_probe"]["first_bytes"], "")
 
+    def test_of_a_list_names_the_units(self):
+        result = Run(["list=1", "json=run.json"]).result()
+        document = self.expect_end(result, 0)
+        self.assertGreater(len(document["units"]), 0)
+        self.assertEqual(len(document["units"]), result.output.count("\n"))
+        for unit, line in zip(document["units"], result.output.splitlines()):
+            for key in ("port", "serial", "device"):
+                self.assertIn(unit[key], line)
+        self.assertIsNone(document["identity"])
+
+        none = self.expect_end(Run(["list=1", "json=run.json"], []).result(), 0)
+        self.assertEqual(none["units"], [])
+
+        failed = Run(["list=1", "json=run.json"], ["status qx_discover -12"]).result()
+        document = self.expect_end(failed, 2, "discover: status -12")
+        self.assertIsNone(document["units"])
+
     def test_takes_bytes_that_are_no_text(self):
         result = Run([*CAPTURE, "json=run.json", b"note=caf\xe9\n\"\\"], SCRIPT).result()
         document = self.expect_end(result, 0)
