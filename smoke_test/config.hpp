@@ -15,9 +15,6 @@ using zelk::timing::StreamMode;
 
 struct Config {
   std::string port = "ftdi://";  // empty: the first discovered device
-  bool port_given = false;       // by an argument
-  std::string serial;            // of the attached unit to open; empty: the one at `port`
-  bool list = false;             // print the attached units, and nothing else
   zelk::timing::Transport transport = zelk::timing::Transport::usb;
   zelk::timing::Format format = zelk::timing::Format::packed_delta;
   StreamMode mode = StreamMode::internal;
@@ -41,12 +38,15 @@ struct Config {
   bool byte_probe = false;
 
   // What the run is asked for beyond its report.
+  bool list = false;                      // print the attached units, and nothing else
+  bool strict = false;                    // an argument not taken as written ends the run
+  bool port_given = false;                // by an argument
+  std::string serial;                     // of the attached unit to open; empty: that at `port`
   std::uint64_t stop_tags = 0;            // counted tags that end the capture; 0: none do
   std::vector<std::string> required;      // texts of conditions, separated by commas
   std::vector<std::string> limits_files;  // files of conditions
   std::string json_file;                  // where the whole run goes; empty: nowhere
   std::string note;                       // kept with it
-  bool strict = false;                    // refuse what would be read as something else
 };
 
 // Throws std::runtime_error unless the channel pair is two different channels,

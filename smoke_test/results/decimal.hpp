@@ -16,7 +16,7 @@ class Decimal {
   static std::optional<Decimal> read(std::string_view text);
 
   friend std::strong_ordering operator<=>(const Decimal& a, const Decimal& b);
-  friend bool operator==(const Decimal& a, const Decimal& b) { return (a <=> b) == 0; }
+  friend bool operator==(const Decimal& a, const Decimal& b) { return std::is_eq(a <=> b); }
 
  private:
   bool negative_ = false;
