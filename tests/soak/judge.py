@@ -88,7 +88,8 @@ class Verdict:
         if number not in self.result.signals_sent:
             self.complain(f"ended by signal {number}, which nobody sent")
         # One that has failed may have said so before it was ended.
-        has_failed = self.failed_call or not self.step.can_report
+        refused = self.step.error and self.error == f"{self.step.error}\n".encode()
+        has_failed = self.failed_call or refused or not self.step.can_report
         if self.error and (self.error[-1:] != b"\n" or not has_failed):
             self.complain("a word, or half of one, from a run that a signal ended at once")
         # Whose standard error is closed may have said so, and have closed the device.
@@ -110,8 +111,12 @@ class Verdict:
             return
         else:
             self.judge_success()
-        if self.result.calls is not None and self.error != f"{UNANSWERED}\n".encode():
+        if self.result.calls is not None and not self.is_unanswered():
             self.judge_calls()
+
+    def is_unanswered(self):
+        unseen = 2 in self.step.closed and self.step.may_hang and self.result.status == 2
+        return unseen or self.error == f"{UNANSWERED}\n".encode()
 
     # A run that failed.
 

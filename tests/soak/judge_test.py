@@ -1,5 +1,5 @@
 """That the soak's judge finds nothing wrong with a good run, and something with
-each run that has gone wrong in one way. The good report is the README's."""
+each run that has gone wrong in one way. The good report is one of the default unit."""
 
 import dataclasses
 import pathlib
@@ -12,8 +12,7 @@ from run import Result, parse_log
 from scenario import Step
 from settings import Settings
 
-README = pathlib.Path(__file__).parents[2] / "README.md"
-REPORT = re.search(r"```\n(ref_requested=.*?\n)```", README.read_text(), re.S)[1]
+REPORT = pathlib.Path(__file__).with_name("good_report.txt").read_text()
 REF_LINE = REPORT.splitlines(keepends=True)[0]
 SETTINGS = Settings(capture_s=0.5, channel_a=2, channel_b=3)
 GOOD_STEP = Step([], SETTINGS)
@@ -28,7 +27,8 @@ qx_close threads_left=0 descriptors_left=0
 """
 
 
-def complaints(output=REPORT, status=0, error="", log=GOOD_LOG, signals=(), **step):
+def complaints(output=REPORT, status=0, error="", log=GOOD_LOG, signals=(), step_error=None, **step):
+    step = step | ({"error": step_error} if step_error else {})
     result = Result(status, output.encode(), error.encode(), 1.0, False,
                     None if log is None else parse_log(log), list(signals))
     return Verdict(dataclasses.replace(GOOD_STEP, **step), result).complaints
@@ -145,6 +145,15 @@ class Judge(unittest.TestCase):
         self.assertEqual(complaints(error=line, **unwritten), [])
         self.expect_complaint(error=line[:-1], **unwritten)
         self.expect_complaint(error=line, **unwritten | {"closed": ()})
+        refused = {"output": "", "status": -2, "signals": interrupt, "log": ""}
+        self.assertEqual(complaints(step_error="stoi", error="stoi\n", **refused), [])
+        self.expect_complaint(step_error="stoi", error="stol\n", **refused)
+
+    def test_a_hang_that_cannot_be_told_leaves_the_device_open(self):
+        left_open = GOOD_LOG[: GOOD_LOG.index("qx_stop")]
+        hung = {"output": REF_LINE, "status": 2, "log": left_open, "closed": (2,)}
+        self.assertEqual(complaints(may_hang=True, **hung), [])
+        self.expect_complaint(**hung)
 
     def test_a_sanitizer_is_heard(self):
         self.expect_complaint(error="==1==ERROR: AddressSanitizer: heap-use-after-free\n", status=2)

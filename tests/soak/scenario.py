@@ -179,7 +179,7 @@ def known_tags(draw, faults):
     typed = Typed(draw)
     typed.add("format", "raw64", format="raw64")
     typed.add("mode", "external", mode="external")
-    typed.add("capture_s", "0.4", capture_s=0.4)
+    typed.add("capture_s", "1.5", capture_s=1.5)
     typed.add("bin_s", "0.001", bin_s=0.001)
     window = draw.pick(0, 100, 5000, 10**6)
     typed.add("coincidence_window_ps", window, window_ps=window)
