@@ -20,7 +20,9 @@ READS_OF_AN_ENDED_STREAM = 6
 PROBE_BUFFER_BYTES = 65536
 
 SANITIZER = re.compile(rb"(ERROR|WARNING): \w+Sanitizer|runtime error:|Sanitizer:DEADLYSIGNAL")
-PROGRESS = re.compile(rb"\r\x1b\[K(\d[^\r\n]* tags/s)?")
+PROGRESS = re.compile(rb"\r\x1b\[K(\d[^\r\n]*(?=\r))?")
+NOTE = re.compile(rb"note: [^\n]*\n")
+VERDICT = re.compile(rb"(PASS|FAIL|ENDED EARLY)\b[^\n]*\n\Z")
 DEBUG_LINE = re.compile(rb"packed-decoder: [^\n]*\n")
 CONTROL = re.compile(rb"[\x00-\x1f\x7f]")
 
@@ -60,10 +62,12 @@ class Verdict:
         self.complaints.append(text)
 
     def own_error(self):
-        """Standard error without progress and debug lines."""
+        """Standard error without what only a terminal sees, and without debug lines."""
         error = self.result.error
         if self.step.terminal:
-            error = PROGRESS.sub(b"", error)
+            error = NOTE.sub(b"", PROGRESS.sub(b"", error))
+            if self.result.status != 2:
+                error = VERDICT.sub(b"", error)
         if "ZELK_PACKED_DEBUG" in self.step.environment:
             error = DEBUG_LINE.sub(b"", error)
         return error
@@ -92,9 +96,9 @@ class Verdict:
         has_failed = self.failed_call or refused or not self.step.can_report
         if self.error and (self.error[-1:] != b"\n" or not has_failed):
             self.complain("a word, or half of one, from a run that a signal ended at once")
-        # Whose standard error is closed may have said so, and have closed the device.
-        unseen = 2 in self.step.closed and self.made("qx_close")
-        is_left = self.opened() and not self.made("qx_stop") and not unseen
+        # One that has said why it ends, or could not, may have closed the device before.
+        has_ended = (has_failed or 2 in self.step.closed) and self.made("qx_close")
+        is_left = self.opened() and not self.made("qx_stop") and not has_ended
         if len(self.result.signals_sent) == 1 and is_left:
             self.complain("signals: ended at once with the device open and nothing stopped")
 

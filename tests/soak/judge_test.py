@@ -145,9 +145,22 @@ class Judge(unittest.TestCase):
         self.assertEqual(complaints(error=line, **unwritten), [])
         self.expect_complaint(error=line[:-1], **unwritten)
         self.expect_complaint(error=line, **unwritten | {"closed": ()})
+        failed = "qx_open_serial -> 0\nqx_set_calibration_freq -> -3\n"
+        after_it = {"output": REF_LINE, "status": -15, "signals": (signal.SIGTERM,),
+                    "error": "set_calibration_freq: status -3\n"}
+        self.assertEqual(complaints(log=failed + "qx_close\n", **after_it), [])
+        self.expect_complaint(log=failed, **after_it)
         refused = {"output": "", "status": -2, "signals": interrupt, "log": ""}
         self.assertEqual(complaints(step_error="stoi", error="stoi\n", **refused), [])
         self.expect_complaint(step_error="stoi", error="stol\n", **refused)
+
+    def test_only_a_terminal_sees_notes_progress_and_a_verdict(self):
+        seen = "note: a\n\r\x1b[K0.2 of 2.5 s, ch2 9998/s\r\x1b[K\r\x1b[KPASS: 4960 coincidences\n"
+        self.assertEqual(complaints(error=seen, terminal=True), [])
+        self.expect_complaint(error=seen)
+        self.expect_complaint(error="PASS: all is well\n")
+        self.expect_complaint(error=seen + "more\n", terminal=True)
+        self.expect_complaint(error=seen + seen, terminal=True)
 
     def test_a_hang_that_cannot_be_told_leaves_the_device_open(self):
         left_open = GOOD_LOG[: GOOD_LOG.index("qx_stop")]

@@ -114,6 +114,8 @@ class Run:
         variables = {"HOME": "/home/lab", "TSAN_OPTIONS": options, "LSAN_OPTIONS": options,
                      "ASAN_OPTIONS": options + ":allocator_may_return_null=0",
                      "UBSAN_OPTIONS": options + ":print_stacktrace=1"}
+        if self.step.terminal:
+            variables["TERM"] = "xterm"
         if self.step.library != "simulated":
             variables["LD_LIBRARY_PATH"] = str(self.build.directory / "lib" / self.step.library)
         if self.step.library == LOGGED:
