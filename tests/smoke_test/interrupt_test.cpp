@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "smoke_test/sudden_end.hpp"
+#include "tests/support/thread_sanitizer.hpp"
 
 namespace {
 
@@ -127,11 +128,17 @@ TEST(InterruptWatchDeathTest, NearTheEndASignalEndsTheProgramWithItsStatus) {
 TEST(InterruptWatchDeathTest, NearTheEndTheLastThingsAreDone) {
   set_before_sudden_end([](int exit_status, int signal) { _exit(exit_status - 2 * signal); });
   EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 - SIGTERM), "^$");
-  // Another signal in the midst of them ends the program all the same.
+  set_before_sudden_end(nullptr);
+  EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^$");
+}
+
+TEST(InterruptWatchDeathTest, AnotherSignalEndsTheProgramInTheMidstOfTheLastThings) {
+  if (zelk::test_support::under_thread_sanitizer) {
+    GTEST_SKIP() << "the sanitizer delivers no signal while another one is handled";
+  }
   set_before_sudden_end([](int, int) { std::raise(SIGINT); });
   EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGINT), "^$");
   set_before_sudden_end(nullptr);
-  EXPECT_EXIT(receive_at_the_end(SIGTERM), testing::ExitedWithCode(128 + SIGTERM), "^$");
 }
 
 TEST(InterruptWatch, NearTheEndStillKnowsAnEarlierSignal) {

@@ -20,17 +20,12 @@
 #include <string_view>
 #include <thread>
 
+#include "tests/support/thread_sanitizer.hpp"
 #include "timing/c_api/zelk_timing.h"
 
 namespace {
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool has_thread_of_its_own = true;
-#elif defined(__has_feature)
-constexpr bool has_thread_of_its_own = __has_feature(thread_sanitizer);
-#else
-constexpr bool has_thread_of_its_own = false;
-#endif
+constexpr bool has_thread_of_its_own = zelk::test_support::under_thread_sanitizer;
 
 std::ptrdiff_t entries_of(const char* directory) {
   return std::distance(std::filesystem::directory_iterator(directory), {});

@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -301,16 +303,16 @@ TEST_F(ResultFileTest, WaitsForTheReaderOfAPipe) {
   fcntl(reader, F_SETFL, 0);
   const std::string text(1'000'000, 'x');  // far more than a pipe takes
   std::string read_text;
+  // Before anybody has opened it for writing, the pipe is at its end.
+  auto file = std::make_unique<ResultFile>(path("pipe"), run_id, std::span<const std::string>{});
   std::thread reading([&] {
     std::vector<char> buffer(10'000);
     for (ssize_t count = 0; (count = read(reader, buffer.data(), buffer.size())) > 0;) {
       read_text.append(buffer.data(), static_cast<std::size_t>(count));
     }
   });
-  {
-    ResultFile file(path("pipe"), run_id, {});
-    file.write(text);
-  }
+  file->write(text);
+  file.reset();
   reading.join();
   close(reader);
   EXPECT_EQ(read_text, text);
