@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -30,6 +31,11 @@ using Random = std::mt19937;
 
 // Of each test, under the sanitizers too.
 constexpr int rounds = 400;
+
+// In most rounds nothing is waited for: on a busy machine each wait takes long.
+std::chrono::microseconds some_patience(Random& random) {
+  return std::chrono::milliseconds(random() % 16 == 0 ? 3 : 0);
+}
 
 // A time-out that comes soon, so that nothing waits for a stream that has ended.
 const Read soon_timed_out{.bytes = {}, .status = -3, .delay_ms = 1};
@@ -149,6 +155,7 @@ void in_many_rounds(Round round) {
 TEST(ReaderStress, AStopAtAnyMomentLosesNoTag) {
   in_many_rounds([](Random& random) {
     Bench bench(Script{.reads = numbered_reads(random, 12, 40), .forever = soon_timed_out});
+    bench.reader.consumer_patience = some_patience(random);
     Received received;
     bench.reader.start(external_raw64(), chunk, 1024);
     for (auto drains = random() % 20; drains != 0; --drains) {
@@ -170,6 +177,7 @@ TEST(ReaderStress, AStopAtAnyMomentLosesNoTag) {
 TEST(ReaderStress, AConsumerThatIsMuchTooSlowLosesOnlyOldTagsAndEachIsCounted) {
   in_many_rounds([](Random& random) {
     Bench bench(Script{.reads = numbered_reads(random, 5, 2000), .forever = soon_timed_out});
+    bench.reader.consumer_patience = some_patience(random);
     Received received;
     std::uint64_t dropped = 0;
     bench.reader.start(external_raw64(), chunk, 1024);
@@ -219,6 +227,7 @@ TEST(ReaderStress, LentTagsStayAsTheyAreWhileTheReaderDropsOthers) {
 TEST(ReaderStress, AFailureInTheVeryFirstReadIsTheOneThatComesBack) {
   in_many_rounds([](Random& random) {
     Bench bench(Script{.reads = {failing_read(-12)}, .forever = failing_read(-13)});
+    bench.reader.consumer_patience = some_patience(random);
     bench.reader.start(external_raw64(), chunk, 1024);
     for (auto drains = random() % 12; drains != 0; --drains) {
       std::vector<TimeTag> batch;
@@ -240,6 +249,7 @@ TEST(ReaderStress, AFailureInMidStreamLosesNoTagThatCameBefore) {
     Script script{.reads = numbered_reads(random, 6, 40), .forever = failing_read(-13)};
     script.reads.push_back(failing_read(-12));
     Bench bench(std::move(script));
+    bench.reader.consumer_patience = some_patience(random);
     Received received;
     bench.reader.start(external_raw64(), chunk, 1024);
     for (auto drains = random() % 12; drains != 0; --drains) {
@@ -296,6 +306,7 @@ TEST(ReaderStress, DestructionWhileRunningEndsTheThreadBeforeTheDeviceIsClosed) 
         script.reads.push_back(failing_read(-12));
       }
       Bench bench(std::move(script));
+      bench.reader.consumer_patience = some_patience(random);
       bench.reader.start(external_raw64(), chunk, 1024);
       pause(random);
       if (random() % 2 == 0) {
@@ -310,6 +321,7 @@ TEST(ReaderStress, DestructionWhileRunningEndsTheThreadBeforeTheDeviceIsClosed) 
 TEST(ReaderStress, ARestartAfterSuccessBeginsWithAnEmptyQueueAndLosesNoLaterTag) {
   in_many_rounds([](Random& random) {
     Bench bench(Script{.reads = numbered_reads(random, 10, 600), .forever = soon_timed_out});
+    bench.reader.consumer_patience = some_patience(random);
     Received received;
     for (std::size_t session = 0; session < 4; ++session) {
       const std::size_t session_chunk = chunk + session;
@@ -338,6 +350,7 @@ TEST(ReaderStress, ARestartAfterAFailureRethrowsItAndReadsNothingMore) {
     Script script{.reads = numbered_reads(random, 3, 40), .forever = failing_read(-13)};
     script.reads.push_back(failing_read(-12));
     Bench bench(std::move(script));
+    bench.reader.consumer_patience = some_patience(random);
     bool has_failed = false;
     for (int start = 0; start < 6; ++start) {
       const std::size_t calls_before = scripted_device::calls().size();
