@@ -62,6 +62,12 @@ struct Settings {
   int ref_source = 1;
   int ref_signal = 0;
   bool byte_probe = false;
+  bool strict = false;
+  std::uint64_t stop_tags = 0;
+  std::vector<std::string> required;
+  std::vector<std::string> limits_files;
+  std::string json_file;
+  std::string note;
 };
 
 std::string lowered(std::string text) {
@@ -194,7 +200,28 @@ int transport_of(const std::string& word) {
   return word == "uart" ? 0 : 1;
 }
 
-void apply(Settings& s, const std::string& key, const std::string& value) {
+// What the run is asked for beyond its report. Whether the key is one.
+bool apply_request(Settings& s, const std::string& key, const std::string& value) {
+  if (key == "strict") {
+    s.strict = truth(value);
+  } else if (key == "stop_tags") {
+    s.stop_tags = unsigned_number(value, "stoull");
+  } else if (key == "require") {
+    s.required.push_back(value);
+  } else if (key == "limits") {
+    s.limits_files.push_back(value);
+  } else if (key == "json") {
+    s.json_file = value;
+  } else if (key == "note") {
+    s.note = value;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Whether the key is one.
+bool apply(Settings& s, const std::string& key, const std::string& value) {
   const std::string word = lowered(value);
   if (key == "port" || key == "control_port") {
     s.port = value;
@@ -249,7 +276,10 @@ void apply(Settings& s, const std::string& key, const std::string& value) {
     s.ref_signal = word == "1pps" || word == "pps" ? 1 : 0;
   } else if (key == "byte_probe" || key == "bytes") {
     s.byte_probe = truth(value);
+  } else {
+    return apply_request(s, key, value);
   }
+  return true;
 }
 
 void apply_all(Settings& s, const std::vector<std::string>& arguments) {
@@ -268,12 +298,38 @@ void apply_all(Settings& s, const std::vector<std::string>& arguments) {
   if (s.transport == 0) {
     throw std::runtime_error("this GUI-live smoke test is intended for USB FIFO modes");
   }
+  if (!s.required.empty() || !s.limits_files.empty()) {
+    if (s.list) {
+      throw std::runtime_error("require and limits judge the report, which list=1 replaces");
+    }
+    if (s.byte_probe) {
+      throw std::runtime_error("require and limits judge the report, which byte_probe=1 replaces");
+    }
+  }
   if (s.port_given && !s.serial.empty()) {
     throw std::runtime_error("port and serial both choose the unit: give one of them");
   }
 }
 
 // ---- The comparison ----------------------------------------------------------
+
+// A key of the table that these rules do not know would be a finding only when an
+// input happens to name it. It is one at the start.
+bool every_key_is_known() {
+  for (const Option& option : options()) {
+    for (const std::string_view key : option.keys) {
+      bool known = key.empty();
+      try {
+        Settings unused;
+        known = known || apply(unused, std::string(key), "raw64");
+      } catch (const std::exception&) {
+        known = true;
+      }
+      expect(known, "the key " + std::string(key) + " is known to the rules");
+    }
+  }
+  return true;
+}
 
 template <typename Action>
 End end_of(Action action) {
@@ -330,6 +386,12 @@ void expect_same(const Settings& s, const Config& c) {
   expect_equal("ref_source", s.ref_source, static_cast<int>(c.ref_source));
   expect_equal("ref_signal", s.ref_signal, static_cast<int>(c.ref_signal));
   expect_equal("byte_probe", s.byte_probe, c.byte_probe);
+  expect_equal("strict", s.strict, c.strict);
+  expect_equal("stop_tags", s.stop_tags, c.stop_tags);
+  expect(s.required == c.required, "each condition is kept, in order");
+  expect(s.limits_files == c.limits_files, "each file of conditions is kept, in order");
+  expect_equal("json_file", s.json_file, c.json_file);
+  expect_equal("note", s.note, c.note);
 }
 
 // Whatever ends in the name of a conversion has a remark that says more, and a
@@ -346,6 +408,7 @@ void expect_remark(const std::string& argument) {
 }
 
 void run(Input input) {
+  [[maybe_unused]] static const bool known = every_key_is_known();
   std::vector<std::string> arguments;
   while (!input.empty()) {
     // As the system hands arguments over, none holds a zero byte.
