@@ -29,8 +29,12 @@ using scripted_device::Script;
 
 using Random = std::mt19937;
 
-// Of each test, under the sanitizers too.
+// Of each test, under the sanitizers too. On a machine that is busy with other
+// programs a round takes hundreds of times as long, since each of its many waits
+// hands a processor over to them: the rounds then end early, after this time.
 constexpr int rounds = 400;
+constexpr int fewest_rounds = 20;
+constexpr std::chrono::seconds time_for_rounds{25};
 
 // In most rounds nothing is waited for: on a busy machine each wait takes long.
 std::chrono::microseconds some_patience(Random& random) {
@@ -145,11 +149,18 @@ std::optional<qx_status> status_of(Action action) {
 // The round's number is the seed, and shows in every message.
 template <typename Round>
 void in_many_rounds(Round round) {
-  for (int i = 0; i < rounds && !testing::Test::HasFailure(); ++i) {
-    SCOPED_TRACE("round " + std::to_string(i));
-    Random random(static_cast<Random::result_type>(i));
+  const auto end = std::chrono::steady_clock::now() + time_for_rounds;
+  const auto may_go_on = [end](int done) {
+    return done < fewest_rounds || std::chrono::steady_clock::now() < end;
+  };
+  int done = 0;
+  while (done < rounds && may_go_on(done) && !testing::Test::HasFailure()) {
+    SCOPED_TRACE("round " + std::to_string(done));
+    Random random(static_cast<Random::result_type>(done));
     round(random);
+    ++done;
   }
+  testing::Test::RecordProperty("rounds", done);
 }
 
 TEST(ReaderStress, AStopAtAnyMomentLosesNoTag) {
