@@ -61,11 +61,12 @@ void collect_tags(TagStreamReader& reader, const Config& config, const Interrupt
   while (deadline.is_ahead() && interrupt.signal_number() == 0 && statistics.total() < most_tags) {
     const std::span<const TimeTag> tags = reader.drain();
     progress.update(deadline.elapsed(), statistics);
-    count_tags(statistics, tags, most_tags);
-    last_tags.update(statistics, seconds(deadline.elapsed()));
     if (tags.empty()) {
       std::this_thread::sleep_for(empty_queue_pause);
+      continue;
     }
+    count_tags(statistics, tags, most_tags);
+    last_tags.update(statistics, seconds(deadline.elapsed()));
   }
   capture.elapsed_s = seconds(deadline.elapsed());
   capture.silent_tail_s = last_tags.silent_tails_s(capture.elapsed_s);

@@ -9,6 +9,7 @@
 
 #include "smoke_test/nearest_word.hpp"
 #include "smoke_test/results/run_record.hpp"
+#include "smoke_test/text.hpp"
 
 namespace {
 
@@ -19,10 +20,7 @@ constexpr int report_decimals = 3;
 constexpr int share_decimals = 6;
 
 std::string printed(double value, int decimals = report_decimals) {
-  constexpr std::size_t room = 400;  // the largest number has 309 digits before the point
-  std::array<char, room> text{};
-  const int length = std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
-  return {text.data(), static_cast<std::size_t>(length)};
+  return fixed_text(value, decimals);
 }
 
 template <typename Number>
