@@ -91,12 +91,6 @@ void set_up_device(Device& device, const Config& config, DeviceSettings& setting
   set_up_calibration_source(device, config, settings);
 }
 
-DeviceSettings set_up_device(Device& device, const Config& config) {
-  DeviceSettings settings;
-  set_up_device(device, config, settings);
-  return settings;
-}
-
 zelk::timing::StreamFileHeader stream_header(const Config& config, const DeviceSettings& settings) {
   zelk::timing::StreamFileHeader header;
   header.format = config.format;

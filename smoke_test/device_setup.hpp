@@ -22,11 +22,8 @@ zelk::timing::Device open_device(const Config& config, zelk::timing::CallWatch* 
 // Identifies and sets up the device, printing the reference clock's line on
 // the way. Throws zelk::timing::Error named after the step that failed; a
 // calibration that does not load and a reference clock that cannot be
-// controlled are no failures.
-DeviceSettings set_up_device(zelk::timing::Device& device, const Config& config);
-
-// The same, one by one into `settings`: a set-up that fails leaves there what was
-// known by then.
+// controlled are no failures. `settings` is filled step by step: a set-up that
+// fails leaves there what was known by then.
 void set_up_device(zelk::timing::Device& device, const Config& config, DeviceSettings& settings);
 
 // Describes the stream that the device now sends.

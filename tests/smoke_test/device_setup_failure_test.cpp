@@ -38,7 +38,8 @@ Error set_up_error(const Script& script, StreamMode mode) {
   const zelk::test_support::CoutCapture printed;
   try {
     Device device = Device::open("ftdi://", Device::standard_rate);
-    set_up_device(device, config);
+    DeviceSettings settings;
+    set_up_device(device, config, settings);
     device.start_stream(config.mode);
   } catch (const Error& error) {
     return error;

@@ -44,7 +44,7 @@ SetUpRun set_up(const Script& script, const Config& config) {
   SetUpRun result;
   {
     const CoutCapture printed;
-    result.settings = set_up_device(device, config);
+    set_up_device(device, config, result.settings);
     result.printed = printed.text();
   }
   device.start_stream(config.mode);
