@@ -103,9 +103,9 @@ std::string nearest_key(std::string_view text) {
   return nearest_word(text, keys);
 }
 
-bool asks_for_strictness(std::span<const std::string_view> arguments) {
+bool asks_for_strictness(std::span<const std::string> arguments) {
   Config config;
-  for (const std::string_view argument : arguments) {
+  for (const std::string& argument : arguments) {
     if (lower_ascii(std::string(split_argument(argument).key)) == "strict") {
       apply_argument(config, argument);
     }

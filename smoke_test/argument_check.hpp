@@ -26,4 +26,4 @@ std::string nearest_key(std::string_view text);
 
 // Whether the last strict= among the arguments asks for a strict run. None of the
 // others matters, be it wrong or not.
-bool asks_for_strictness(std::span<const std::string_view> arguments);
+bool asks_for_strictness(std::span<const std::string> arguments);

@@ -32,10 +32,10 @@ void apply_checked(Config& config, std::string_view argument, bool strict) {
 
 }  // namespace
 
-void apply_arguments(Config& config, std::span<const std::string_view> arguments) {
+void apply_arguments(Config& config, std::span<const std::string> arguments) {
   const bool strict = asks_for_strictness(arguments);
   const bool check = strict || isatty(STDERR_FILENO) != 0;
-  for (const std::string_view argument : arguments) {
+  for (const std::string& argument : arguments) {
     check ? apply_checked(config, argument, strict) : apply_argument(config, argument);
   }
 }

@@ -26,4 +26,4 @@ class NotedError : public std::runtime_error {
 // taken as it is written makes a note; with strict=1 among them the first one is an
 // error. Throws what apply_argument() throws, std::runtime_error for the refusal,
 // and NotedError for a number that cannot be read, on a terminal.
-void apply_arguments(Config& config, std::span<const std::string_view> arguments);
+void apply_arguments(Config& config, std::span<const std::string> arguments);

@@ -39,8 +39,7 @@ void print_refusal(const std::exception& error) {
 // The run as a record says it, from its arguments on.
 class Run {
  public:
-  explicit Run(const std::vector<std::string_view>& arguments)
-      : arguments_(arguments), record_(record_of(arguments)) {}
+  explicit Run(const std::vector<std::string_view>& arguments) : record_(record_of(arguments)) {}
 
   // Returns the exit status. Throws FailedRun for a failure that was printed, and
   // others before anything is opened.
@@ -73,16 +72,13 @@ class Run {
       throw;
     } catch (const std::exception& error) {
       print_refusal(error);
-      try {
-        conclude(exit_failure, error.what());
-      } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the first error counts
-      }
+      conclude(exit_failure, error.what());
       throw FailedRun(exit_failure);
     }
   }
 
   void parse_arguments() {
-    apply_arguments(config_, arguments_);
+    apply_arguments(config_, record_.arguments);
     validate(config_);
     for (const std::string& texts : config_.required) {
       append(record_.limits, read_conditions(texts));
@@ -149,10 +145,17 @@ class Run {
     return byte_probe_verdict(probe.payload_bytes, probe.interrupting_signal);
   }
 
+  // A run that has an error already cannot fail here: the first error counts.
   void conclude(int status, const std::string& error) {
-    record_.exit_status = status;
-    record_.error = error;
-    json_.conclude();
+    try {
+      record_.exit_status = status;
+      record_.error = error;
+      json_.conclude();
+    } catch (const std::exception&) {
+      if (error.empty()) {
+        throw;
+      }
+    }
   }
 
   static void append(std::vector<Condition>& limits, std::vector<Condition> more) {
@@ -160,7 +163,6 @@ class Run {
                   std::make_move_iterator(more.end()));
   }
 
-  std::vector<std::string_view> arguments_;
   RunRecord record_;
   Config& config_ = record_.config;
   JsonOutput json_{record_};

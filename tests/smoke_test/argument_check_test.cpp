@@ -261,7 +261,7 @@ TEST(OtherWord, IsReadAsTheDefault) {
 
 // ---- Strictness ------------------------------------------------------------
 
-bool strict_among(const std::vector<std::string_view>& arguments) {
+bool strict_among(const std::vector<std::string>& arguments) {
   return asks_for_strictness(arguments);
 }
 
