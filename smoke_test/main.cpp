@@ -2,10 +2,10 @@
 // analysis, report, verdict.
 #include <algorithm>
 #include <exception>
-#include <iterator>
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "smoke_test/active_stream.hpp"
@@ -81,10 +81,10 @@ class Run {
     apply_arguments(config_, record_.arguments);
     validate(config_);
     for (const std::string& texts : config_.required) {
-      append(record_.limits, read_conditions(texts));
+      add_limits(read_conditions(texts));
     }
     for (const std::string& path : config_.limits_files) {
-      append(record_.limits, read_limits_file(path));
+      add_limits(read_limits_file(path));
     }
   }
 
@@ -124,10 +124,10 @@ class Run {
     json_.prepare();
     print_report(config_, record_.settings, analysis);
     finish_report();
-    for (const Condition& limit : record_.limits) {
-      record_.outcomes.push_back(judge(limit, record_));
+    for (Limit& limit : record_.limits) {
+      limit.outcome = judge(limit.condition, record_);
     }
-    const std::size_t not_met = print_limits_not_met(record_.limits, record_.outcomes);
+    const std::size_t not_met = print_limits_not_met(record_.limits);
     const int signal = capture.interrupting_signal;
     const int status = verdict(analysis.pair.tags_a, analysis.pair.tags_b,
                                analysis.pair.coincidences, signal, not_met);
@@ -158,9 +158,10 @@ class Run {
     }
   }
 
-  static void append(std::vector<Condition>& limits, std::vector<Condition> more) {
-    limits.insert(limits.end(), std::make_move_iterator(more.begin()),
-                  std::make_move_iterator(more.end()));
+  void add_limits(std::vector<Condition> conditions) {
+    for (Condition& condition : conditions) {
+      record_.limits.push_back({.condition = std::move(condition)});
+    }
   }
 
   RunRecord record_;

@@ -28,3 +28,9 @@ struct LimitOutcome {
   // of the channels on which the condition does not hold, or else of all.
   std::string seen;
 };
+
+// A condition of a run.
+struct Limit {
+  Condition condition;
+  std::optional<LimitOutcome> outcome = std::nullopt;  // none: the run has not come so far
+};

@@ -188,13 +188,12 @@ LimitOutcome judge(const Condition& condition, const RunRecord& record) {
                          : LimitOutcome{.met = false, .seen = not_met};
 }
 
-std::size_t print_limits_not_met(std::span<const Condition> conditions,
-                                 std::span<const LimitOutcome> outcomes) {
+std::size_t print_limits_not_met(std::span<const Limit> limits) {
   std::size_t count = 0;
-  for (std::size_t i = 0; i < conditions.size(); ++i) {
-    if (!outcomes[i].met) {
+  for (const auto& [condition, outcome] : limits) {
+    if (!outcome->met) {
       ++count;
-      print_error("not met: " + conditions[i].text + " (" + outcomes[i].seen + ")");
+      print_error("not met: " + condition.text + " (" + outcome->seen + ")");
     }
   }
   return count;

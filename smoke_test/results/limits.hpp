@@ -26,7 +26,6 @@ std::vector<Condition> read_limits_file(const std::string& path);
 // Judges what the run came to, after its analysis.
 LimitOutcome judge(const Condition& condition, const RunRecord& record);
 
-// One line for each condition that does not hold, on standard error. Returns how
-// many there are.
-std::size_t print_limits_not_met(std::span<const Condition> conditions,
-                                 std::span<const LimitOutcome> outcomes);
+// One line for each limit that does not hold, on standard error. Returns how many
+// there are. Each has its outcome.
+std::size_t print_limits_not_met(std::span<const Limit> limits);

@@ -276,14 +276,12 @@ Json units_in(const RunRecord& record) {
 
 Json limits_in(const RunRecord& record) {
   Json limits = Json::array();
-  for (std::size_t i = 0; i < record.limits.size(); ++i) {
-    const Condition& condition = record.limits[i];
-    const bool judged = i < record.outcomes.size();
+  for (const auto& [condition, outcome] : record.limits) {
     limits.push_back(Json{{"text", condition.text},
                           {"figure", figure_name(*condition.figure, condition.channel.value_or(0))},
                           {"channel", condition.channel ? Json(*condition.channel) : Json()},
-                          {"met", judged ? Json(record.outcomes[i].met) : Json()},
-                          {"seen", judged ? Json(record.outcomes[i].seen) : Json()}});
+                          {"met", outcome ? Json(outcome->met) : Json()},
+                          {"seen", outcome ? Json(outcome->seen) : Json()}});
   }
   return limits;
 }

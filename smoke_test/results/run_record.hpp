@@ -26,8 +26,7 @@ struct RunRecord {
   std::optional<Analysis> analysis;                   // of a capture
   std::optional<ByteProbe> byte_probe;                // in its place
   std::vector<zelk::timing::DiscoveredDevice> units;  // of a run that lists them
-  std::vector<Condition> limits;                      // in the order of the arguments
-  std::vector<LimitOutcome> outcomes;                 // one per limit, after the report
+  std::vector<Limit> limits;                          // in the order of the arguments
 
   std::optional<int> exit_status;  // none: still running
   std::string error;               // the one line of a failed run

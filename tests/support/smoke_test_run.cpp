@@ -43,6 +43,13 @@ SmokeTestResult run_smoke_test(const scripted_device::Script& script,
   return SmokeTest(script, std::move(arguments)).run();
 }
 
+SmokeTestResult run_on_terminal(const scripted_device::Script& script,
+                                std::vector<std::string> arguments) {
+  SmokeTest test(script, std::move(arguments));
+  test.program().error_on_terminal = true;
+  return test.run();
+}
+
 Program simulated_smoke_test(std::vector<std::string> arguments) {
   Program program;
   program.file = ZELK_SMOKE_TEST_PROGRAM;

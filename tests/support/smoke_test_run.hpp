@@ -40,6 +40,10 @@ class SmokeTest {
 SmokeTestResult run_smoke_test(const scripted_device::Script& script,
                                std::vector<std::string> arguments);
 
+// The same, with a terminal for standard error.
+SmokeTestResult run_on_terminal(const scripted_device::Script& script,
+                                std::vector<std::string> arguments);
+
 // The program with the simulated device library that it finds by itself.
 Program simulated_smoke_test(std::vector<std::string> arguments);
 

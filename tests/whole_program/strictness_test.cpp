@@ -23,10 +23,8 @@ void expect_refused(std::vector<std::string> arguments, const std::string& line)
   EXPECT_THAT(result.calls, IsEmpty());
 }
 
-SmokeTestResult run_on_terminal(std::vector<std::string> arguments) {
-  SmokeTest test({}, std::move(arguments));
-  test.program().error_on_terminal = true;
-  return test.run();
+SmokeTestResult silent_unit_on_terminal(std::vector<std::string> arguments) {
+  return run_on_terminal({}, std::move(arguments));
 }
 
 // One of every kind of mistake, none of which ends a lenient run.
@@ -70,7 +68,7 @@ TEST(StrictRun, IsRefusedAtTheFirstMistakeInTheOrderOfTheArguments) {
 }
 
 TEST(StrictRun, IsRefusedInTheSameWordsOnATerminal) {
-  const SmokeTestResult result = run_on_terminal({"capture_s=abc", "strict=1"});
+  const SmokeTestResult result = silent_unit_on_terminal({"capture_s=abc", "strict=1"});
   EXPECT_EQ(result.error, "capture_s=abc cannot be read; allowed is a number of s\n");
   EXPECT_EQ(result.exit_status, 2);
   EXPECT_THAT(result.calls, IsEmpty());
@@ -115,7 +113,7 @@ TEST(LenientRun, SaysNothingWithoutATerminal) {
 constexpr const char* verdict = "FAIL: no channel saw tags: capture_s leaves no time for any\n";
 
 TEST(LenientRun, NotesEachMistakeOnATerminal) {
-  const SmokeTestResult result = run_on_terminal(mistakes);
+  const SmokeTestResult result = silent_unit_on_terminal(mistakes);
   EXPECT_EQ(result.error,
             "note: chanel_mask is unknown; did you mean channel_mask?\n"
             "note: byte_probe has no \"=\"; write byte_probe=VALUE; allowed are 1 and 0\n"
@@ -133,7 +131,7 @@ TEST(LenientRun, NotesEachMistakeOnATerminal) {
 
 TEST(LenientRun, IsTheSameWithAndWithoutNotes) {
   const SmokeTestResult plain = run_smoke_test({}, mistakes);
-  const SmokeTestResult noted = run_on_terminal(mistakes);
+  const SmokeTestResult noted = silent_unit_on_terminal(mistakes);
   EXPECT_EQ(noted.output, plain.output);
   EXPECT_EQ(noted.exit_status, plain.exit_status);
   EXPECT_EQ(scripted_device::without_reads(noted.calls),
@@ -141,8 +139,8 @@ TEST(LenientRun, IsTheSameWithAndWithoutNotes) {
 }
 
 TEST(LenientRun, NotesNothingOnATerminalWhenAllIsTakenAsItIsWritten) {
-  const SmokeTestResult result =
-      run_on_terminal({"capture_s=0", "channel_mask=3", "threshold_v=nan", "port=sim://5ms"});
+  const SmokeTestResult result = silent_unit_on_terminal(
+      {"capture_s=0", "channel_mask=3", "threshold_v=nan", "port=sim://5ms"});
   EXPECT_EQ(result.error, verdict);
   EXPECT_EQ(result.exit_status, 3);
 }
@@ -160,7 +158,7 @@ TEST(LenientRun, NotesMistakesBeforeTheDeviceIsOpened) {
 
 TEST(FailedConversion, IsFollowedByANoteOnATerminal) {
   const SmokeTestResult result =
-      run_on_terminal({"chanel_mask=3", "capture_s=abc", "mode=extrenal"});
+      silent_unit_on_terminal({"chanel_mask=3", "capture_s=abc", "mode=extrenal"});
   EXPECT_EQ(result.error,
             "note: chanel_mask is unknown; did you mean channel_mask?\n"
             "stod\n"
@@ -175,7 +173,7 @@ TEST(FailedConversion, IsNamedWithoutATerminal) {
 }
 
 TEST(RejectedWord, HasNoNoteOnATerminal) {
-  const SmokeTestResult result = run_on_terminal({"format=raw32"});
+  const SmokeTestResult result = silent_unit_on_terminal({"format=raw32"});
   EXPECT_EQ(result.error, "format must be raw64, delta32, or packed_delta\n");
   EXPECT_EQ(result.exit_status, 2);
 }

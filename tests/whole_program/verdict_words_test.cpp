@@ -17,12 +17,6 @@ namespace {
 using namespace std::chrono_literals;
 using scripted_device::Script;
 
-SmokeTestResult run_on_terminal(const Script& script, std::vector<std::string> arguments) {
-  SmokeTest test(script, std::move(arguments));
-  test.program().error_on_terminal = true;
-  return test.run();
-}
-
 constexpr const char* nothing_seen =
     "FAIL: no channel saw tags; channel_mask streams only channels 2 and 3: try "
     "channel_mask=0x0F\n";

@@ -212,13 +212,12 @@ TEST(LimitsFile, AnEmptyOneHasNoCondition) {
 }
 
 TEST(Limits, EachThatDoesNotHoldIsOneLine) {
-  const std::vector<Condition> conditions = read_conditions("coincidences>=4,ch0=4,rate_hz>2000");
-  std::vector<LimitOutcome> outcomes;
-  for (const Condition& condition : conditions) {
-    outcomes.push_back(judge(condition, small_record()));
+  std::vector<Limit> limits;
+  for (const Condition& condition : read_conditions("coincidences>=4,ch0=4,rate_hz>2000")) {
+    limits.push_back({condition, judge(condition, small_record())});
   }
   testing::internal::CaptureStderr();
-  EXPECT_EQ(print_limits_not_met(conditions, outcomes), 2u);
+  EXPECT_EQ(print_limits_not_met(limits), 2u);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "not met: coincidences>=4 (3)\n"
             "not met: rate_hz>2000 (channel 1: 1620.001)\n");

@@ -178,9 +178,9 @@ TEST(RunDocument, NamesTheUnitsOfARunThatListsThem) {
 
 TEST(RunDocument, SaysOfALimitWhatCameOfIt) {
   RunRecord record = captured();
-  record.limits = {read_condition("coincidences>=4"), read_condition("rate_hz[2] < 1e6"),
-                   read_condition("ch3>0")};
-  record.outcomes = {{.met = false, .seen = "2"}, {.met = true, .seen = "5.000"}};
+  record.limits = {{read_condition("coincidences>=4"), LimitOutcome{.met = false, .seen = "2"}},
+                   {read_condition("rate_hz[2] < 1e6"), LimitOutcome{.met = true, .seen = "5.000"}},
+                   {read_condition("ch3>0")}};
   EXPECT_THAT(run_document(record),
               HasSubstr("\"limits\": [{\"text\":\"coincidences>=4\",\"figure\":\"coincidences\","
                         "\"channel\":null,\"met\":false,\"seen\":\"2\"},"
