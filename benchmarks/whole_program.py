@@ -128,9 +128,9 @@ def full_link(program, count, length_s):
         print_row(f"{form}, {rate / 1e6:.0f} MB/s for {length_s} s", f"{dropped_nothing(runs)}; {rate_text}")
 
 
-def as_fast_as_it_gives(program, count, capture_s):
-    for form, size in TAG_BYTES.items():
-        length_s = MOST_PREPARED_BYTES / 4e8
+def as_fast_as_it_gives(program, count, prepared_bytes, capture_s):
+    for form in TAG_BYTES:
+        length_s = prepared_bytes / 4e8
         settings = burst(form, length_s, 4e8, pace="max")
         settings += [f"capture_s={capture_s}", "queue_limit=8388608"]
         rates = [Run(program, *settings)["tags_total"] / capture_s / 1e6 for _ in range(count)]
@@ -162,15 +162,14 @@ def end_of_capture(program, count, tags):
     print_row(f"from the end of the capture to exit, {full['tags_total'] / 1e6:.0f} Mtag", text)
 
 
-def fresh_memory():
+def fresh_memory(mib):
     """The rate at which the system gives memory, the bound of every list that grows."""
     piece = bytes(MIB)
-    pieces = 512
-    with mmap.mmap(-1, pieces * MIB) as memory:
+    with mmap.mmap(-1, mib * MIB) as memory:
         start = time.monotonic()
-        for _ in range(pieces):
+        for _ in range(mib):
             memory.write(piece)
-        rate = pieces * MIB / (time.monotonic() - start)
+        rate = mib * MIB / (time.monotonic() - start)
     print_row("fresh memory, written once", f"{rate / 1e9:.1f} GB/s, {rate / 8e6:.0f} million times")
 
 
@@ -197,18 +196,20 @@ def main():
     parser.add_argument("program", metavar="PROGRAM")
     arguments = parser.parse_args()
     program = os.path.abspath(arguments.program)
-    count = 1 if arguments.quick else arguments.runs
+    quick = arguments.quick
+    count = 1 if quick else arguments.runs
+    fresh_mib = 16 if quick else 512
     print("\nthe whole program, on a unit whose bytes are prepared")
-    steady_rates(program, count, 0.05 if arguments.quick else 10)
-    fresh_memory()
-    full_link(program, count, 0.05 if arguments.quick else 2)
-    fresh_memory()
-    as_fast_as_it_gives(program, count, 0.05 if arguments.quick else 0.8)
-    end_of_capture(program, count, 1e6 if arguments.quick else 84e6)
-    if not arguments.quick:
+    steady_rates(program, count, 0.05 if quick else 10)
+    fresh_memory(fresh_mib)
+    full_link(program, count, 0.05 if quick else 2)
+    fresh_memory(fresh_mib)
+    as_fast_as_it_gives(program, count, MIB if quick else MOST_PREPARED_BYTES, 0.05 if quick else 0.8)
+    end_of_capture(program, count, 1e6 if quick else 84e6)
+    if not quick:
         default_link(program, count)
-    idle(program, count, 0.05 if arguments.quick else 10)
-    memory(program, 0.05 if arguments.quick else 2)
+    idle(program, count, 0.05 if quick else 10)
+    memory(program, 0.05 if quick else 2)
 
 
 if __name__ == "__main__":
