@@ -110,16 +110,6 @@ bool write_while_ready(int descriptor, std::string_view text) {
 
 }  // namespace
 
-void Descriptor::reset(int number) {
-  close();
-  number_ = number;
-}
-
-bool Descriptor::close() {
-  const int number = std::exchange(number_, -1);
-  return number < 0 || ::close(number) == 0;
-}
-
 ResultFile::ResultFile(const std::string& path, std::string_view run_id,
                        std::span<const std::string> inputs)
     : path_(path),

@@ -8,22 +8,7 @@
 #include <string>
 #include <string_view>
 
-// An open descriptor, closed at the end; -1: none.
-class Descriptor {
- public:
-  explicit Descriptor(int number = -1) : number_(number) {}
-  ~Descriptor() { close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  [[nodiscard]] int get() const { return number_; }
-  void reset(int number);
-  // False when the system says, as late as that, that something was not written.
-  bool close();
-
- private:
-  int number_;
-};
+#include "smoke_test/descriptor.hpp"
 
 // A regular file, or a name that does not exist yet: links are followed to the final
 // target, a temporary file is made beside it at once, and what has the name so far is
