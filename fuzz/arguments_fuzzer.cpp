@@ -68,6 +68,7 @@ struct Settings {
   std::vector<std::string> limits_files;
   std::string json_file;
   std::string note;
+  std::string tags_file;
 };
 
 std::string lowered(std::string text) {
@@ -214,6 +215,12 @@ bool apply_request(Settings& s, const std::string& key, const std::string& value
     s.json_file = value;
   } else if (key == "note") {
     s.note = value;
+  } else if (key == "save_tags") {
+    const std::string ending = value.size() < 4 ? "" : value.substr(value.size() - 4);
+    if (ending != ".npy" && ending != ".csv") {
+      throw std::runtime_error("save_tags needs the name of a file that ends in .npy or .csv");
+    }
+    s.tags_file = value;
   } else {
     return false;
   }
@@ -306,6 +313,11 @@ void apply_all(Settings& s, const std::vector<std::string>& arguments) {
       throw std::runtime_error("require and limits judge the report, which byte_probe=1 replaces");
     }
   }
+  if (!s.tags_file.empty() && (s.byte_probe || s.list)) {
+    throw std::runtime_error(
+        s.list ? "save_tags keeps the tags of the capture, which list=1 replaces"
+               : "save_tags keeps the tags of the capture, which byte_probe=1 replaces");
+  }
   if (s.port_given && !s.serial.empty()) {
     throw std::runtime_error("port and serial both choose the unit: give one of them");
   }
@@ -392,6 +404,7 @@ void expect_same(const Settings& s, const Config& c) {
   expect(s.limits_files == c.limits_files, "each file of conditions is kept, in order");
   expect_equal("json_file", s.json_file, c.json_file);
   expect_equal("note", s.note, c.note);
+  expect_equal("tags_file", s.tags_file, c.tags_file);
 }
 
 // Whatever ends in the name of a conversion has a remark that says more, and a

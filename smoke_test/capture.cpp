@@ -41,17 +41,22 @@ double seconds(std::chrono::steady_clock::duration time) {
   return std::chrono::duration<double>(time).count();
 }
 
-// Counts at most so many that there are `most` of them in all.
-void count_tags(CaptureStatistics& statistics, std::span<const TimeTag> tags, std::uint64_t most) {
+// Counts at most so many that there are `most` of them in all, and keeps what it counts.
+void count_tags(CaptureStatistics& statistics, TagSink* sink, std::span<const TimeTag> tags,
+                std::uint64_t most) {
   while (!tags.empty() && statistics.total() < most) {
     const std::uint64_t wanted = std::min<std::uint64_t>(tags.size(), most - statistics.total());
-    statistics.add(tags.first(static_cast<std::size_t>(wanted)));
+    const std::span<const TimeTag> some = tags.first(static_cast<std::size_t>(wanted));
+    statistics.add(some);
+    if (sink != nullptr) {
+      sink->add(some);
+    }
     tags = tags.subspan(static_cast<std::size_t>(wanted));
   }
 }
 
 void collect_tags(TagStreamReader& reader, const Config& config, const InterruptWatch& interrupt,
-                  Capture& capture) {
+                  TagSink* sink, Capture& capture) {
   const std::uint64_t most_tags =
       config.stop_tags != 0 ? config.stop_tags : std::numeric_limits<std::uint64_t>::max();
   CaptureStatistics& statistics = capture.statistics;
@@ -65,7 +70,7 @@ void collect_tags(TagStreamReader& reader, const Config& config, const Interrupt
       std::this_thread::sleep_for(empty_queue_pause);
       continue;
     }
-    count_tags(statistics, tags, most_tags);
+    count_tags(statistics, sink, tags, most_tags);
     last_tags.update(statistics, seconds(deadline.elapsed()));
   }
   capture.elapsed_s = seconds(deadline.elapsed());
@@ -75,13 +80,16 @@ void collect_tags(TagStreamReader& reader, const Config& config, const Interrupt
 }  // namespace
 
 Capture capture_tags(zelk::timing::Device& device, ActiveStream& stream, const Config& config,
-                     const zelk::timing::StreamFileHeader& header, RunWatch& watch) {
+                     const zelk::timing::StreamFileHeader& header, RunWatch& watch, TagSink* sink) {
   Capture capture{.statistics = CaptureStatistics(config.bin_s)};
   TagStreamReader reader(device);
   watch.attempt("the captured tags", [&] {  // in either thread
     start(reader, config, header);
-    collect_tags(reader, config, watch.interrupt, capture);
+    collect_tags(reader, config, watch.interrupt, sink, capture);
     reader.stop();
+    if (sink != nullptr) {
+      sink->finish();
+    }
   });
   stream.stop();
   capture.reader_dropped = reader.dropped;

@@ -18,6 +18,10 @@ void validate(const Config& config) {
     throw std::runtime_error("require and limits judge the report, which " +
                              std::string(config.list ? "list" : "byte_probe") + "=1 replaces");
   }
+  if (!config.tags_file.empty() && (config.byte_probe || config.list)) {
+    throw std::runtime_error("save_tags keeps the tags of the capture, which " +
+                             std::string(config.list ? "list" : "byte_probe") + "=1 replaces");
+  }
   if (config.port_given && !config.serial.empty()) {
     throw std::runtime_error("port and serial both choose the unit: give one of them");
   }

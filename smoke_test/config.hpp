@@ -45,6 +45,7 @@ struct Config {
   std::uint64_t stop_tags = 0;            // counted tags that end the capture; 0: none do
   std::vector<std::string> required;      // texts of conditions, separated by commas
   std::vector<std::string> limits_files;  // files of conditions
+  std::string tags_file;                  // where the captured tags go; empty: nowhere
   std::string json_file;                  // where the whole run goes; empty: nowhere
   std::string note;                       // kept with it
 };

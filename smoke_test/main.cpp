@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,6 +23,7 @@
 #include "smoke_test/results/run_record.hpp"
 #include "smoke_test/run_watch.hpp"
 #include "smoke_test/standard_streams.hpp"
+#include "smoke_test/tag_files/tag_file.hpp"
 #include "smoke_test/unit_list.hpp"
 #include "smoke_test/verdict.hpp"
 #include "smoke_test/verdict_words.hpp"
@@ -86,6 +88,9 @@ class Run {
     for (const std::string& path : config_.limits_files) {
       add_limits(read_limits_file(path));
     }
+    if (!config_.tags_file.empty()) {
+      tag_file_.emplace(config_.tags_file, config_.json_file);
+    }
   }
 
   int list_units(RunWatch& watch) {
@@ -113,9 +118,14 @@ class Run {
   int test_stream(zelk::timing::Device& device, ActiveStream& stream, RunWatch& watch) {
     watch.end_set_up();
     const zelk::timing::StreamFileHeader header = stream_header(config_, record_.settings);
-    return config_.byte_probe
-               ? report_byte_probe(probe_bytes(device, stream, config_, header, watch))
-               : report_capture(capture_tags(device, stream, config_, header, watch));
+    if (config_.byte_probe) {
+      return report_byte_probe(probe_bytes(device, stream, config_, header, watch));
+    }
+    if (tag_file_) {
+      tag_file_->begin_capture();
+    }
+    TagSink* const sink = tag_file_ ? &*tag_file_ : nullptr;
+    return report_capture(capture_tags(device, stream, config_, header, watch, sink));
   }
 
   int report_capture(const Capture& capture) {
@@ -167,6 +177,7 @@ class Run {
   RunRecord record_;
   Config& config_ = record_.config;
   JsonOutput json_{record_};
+  std::optional<TagFile> tag_file_;
 };
 
 int run(const std::vector<std::string_view>& arguments) {

@@ -10,6 +10,7 @@
 #include "smoke_test/capture_statistics.hpp"
 #include "smoke_test/conversions.hpp"
 #include "smoke_test/device_setup.hpp"
+#include "smoke_test/tag_layout.hpp"
 #include "timing/tag_stream_reader.hpp"
 
 using zelk::timing::Format;
@@ -93,6 +94,19 @@ void apply_serial(Config& config, const std::string& value) {
 
 constexpr OptionValue port{.apply = apply_port};
 constexpr OptionValue serial{.apply = apply_serial};
+
+void apply_save_tags(Config& config, const std::string& value) {
+  if (!tag_layout_of(value)) {
+    throw std::runtime_error("save_tags needs the name of a file that ends in .npy or .csv");
+  }
+  config.tags_file = value;
+}
+
+std::string allowed_tag_file(std::string_view /*unit*/) {
+  return "allowed is the name of a file that ends in .npy or .csv";
+}
+
+constexpr OptionValue save_tags{.apply = apply_save_tags, .allowed = allowed_tag_file};
 
 // Nearest whole picosecond, halves away from zero. What does not fit into 64
 // bits, and a value that is no number, becomes the most negative one, which
@@ -188,6 +202,8 @@ constexpr Option option_table[] = {
      one_more_text<&Config::required>},
     {keys("limits"), "", "", "file with one such condition a line",
      one_more_text<&Config::limits_files>},
+    {keys("save_tags"), "", "", "new file for every captured tag: .npy for NumPy, .csv as text",
+     save_tags},
     {keys("json"), "", "", "file for the whole run as one JSON document", text<&Config::json_file>},
     {keys("note"), "", "", "text to keep in that document", text<&Config::note>},
     {keys("strict"), "0", "",

@@ -186,6 +186,7 @@ Json settings_in(const Config& config) {
       {"stop_tags", config.stop_tags},
       {"require", config.required},
       {"limits", config.limits_files},
+      {"save_tags", config.tags_file},
       {"json", config.json_file},
       {"strict", config.strict},
   };

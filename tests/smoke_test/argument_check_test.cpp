@@ -68,6 +68,9 @@ TEST(MissingEqualsSign, BehindAKeyIsAnsweredWithWhatIsAllowed) {
       {"--strict", "--strict has no \"=\"; write strict=VALUE; allowed are 1 and 0"},
       {"format",
        "format has no \"=\"; write format=VALUE; allowed are raw64, delta32 and packed_delta"},
+      {"save_tags",
+       "save_tags has no \"=\"; write save_tags=VALUE; allowed is the name of a file that ends in "
+       ".npy or .csv"},
       {"port", "port has no \"=\"; write port=VALUE"},
   });
 }

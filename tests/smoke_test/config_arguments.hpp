@@ -53,6 +53,7 @@ inline std::vector<std::string> changed_fields(const Config& config) {
   note("ref_source", config.ref_source != defaults.ref_source);
   note("ref_signal", config.ref_signal != defaults.ref_signal);
   note("byte_probe", config.byte_probe != defaults.byte_probe);
+  note("tags_file", config.tags_file != defaults.tags_file);
   note("strict", config.strict != defaults.strict);
   return changed;
 }

@@ -88,6 +88,15 @@ TEST(RejectedArguments, EmptySerialIsToldWhereToFindOne) {
       "serial=", "serial must not be empty: list=1 shows those of the attached units");
 }
 
+TEST(RejectedArguments, TagsGoIntoAFileThatSaysItsLayout) {
+  for (const char* value :
+       {"", "tags", "tags.txt", "npy", "tags.npy.gz", "tags.NPY", "tags.csv "}) {
+    expect_rejected<std::runtime_error>(
+        "save_tags=" + std::string(value),
+        "save_tags needs the name of a file that ends in .npy or .csv");
+  }
+}
+
 TEST(RejectedArguments, UnknownFormatIsToldTheFormats) {
   for (const char* argument :
        {"format=raw32", "format=", "format=packeddelta", "format= raw64", "format=2"}) {

@@ -32,6 +32,7 @@ TEST(Options, EachKeySetsItsOwnFieldOnly) {
       {"port=x", "port"},
       {"control_port=x", "port"},
       {"serial=x", "serial"},
+      {"save_tags=x.npy", "tags_file"},
       {"list=1", "list"},
       {"transport=uart", "transport"},
       {"mode=external", "mode"},
@@ -91,6 +92,10 @@ TEST(PortOption, IsRememberedAsGivenWhateverItsValue) {
 TEST(SerialOption, KeepsCaseAndWhiteSpace) {
   EXPECT_EQ(config_from({"serial= aB 1 "}).serial, " aB 1 ");
   EXPECT_EQ(config_from({"serial=A", "SERIAL=b=c"}).serial, "b=c");
+}
+
+TEST(SaveTagsOption, KeepsTheLastNameAsItIs) {
+  EXPECT_EQ(config_from({"save_tags=a.npy", "--Save_Tags= b=c.csv"}).tags_file, " b=c.csv");
 }
 
 TEST(TransportOption, EveryUnknownTextMeansUsb) {

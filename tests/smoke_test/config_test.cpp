@@ -43,6 +43,7 @@ TEST(ConfigDefaults, AreThoseOfARunWithoutArguments) {
   EXPECT_EQ(config.port, "ftdi://");
   EXPECT_FALSE(config.port_given);
   EXPECT_EQ(config.serial, "");
+  EXPECT_EQ(config.tags_file, "");
   EXPECT_FALSE(config.list);
   EXPECT_EQ(config.transport, Transport::usb);
   EXPECT_EQ(config.format, Format::packed_delta);
@@ -209,6 +210,14 @@ TEST(ConfigChecks, RejectAUnitChosenInTwoWays) {
   EXPECT_EQ(rejection({"serial=y", "control_port="}), text);
   EXPECT_EQ(rejection({"serial=y"}), "");
   EXPECT_EQ(rejection({"port=x"}), "");
+}
+
+TEST(ConfigChecks, RejectTheTagsOfARunWithoutACapture) {
+  EXPECT_EQ(rejection({"save_tags=t.npy", "byte_probe=1"}),
+            "save_tags keeps the tags of the capture, which byte_probe=1 replaces");
+  EXPECT_EQ(rejection({"list=1", "save_tags=t.csv"}),
+            "save_tags keeps the tags of the capture, which list=1 replaces");
+  EXPECT_EQ(rejection({"save_tags=t.npy", "byte_probe=0"}), "");
 }
 
 TEST(ConfigChecks, LeaveEveryOtherFieldToItsUser) {
