@@ -1,17 +1,15 @@
 #include "simulator/signals/tag_file.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "simulator/failure.hpp"
 #include "simulator/shown_text.hpp"
+#include "simulator/signals/tag_file_bytes.hpp"
 #include "timing/time_tag.hpp"
 
 namespace zelk::simulator {
@@ -22,10 +20,6 @@ constexpr std::size_t chunk_bytes = std::size_t{1} << 18;
 // No line of this file type comes near this length; without a bound, a file
 // without line ends would be collected in memory as one line.
 constexpr std::size_t max_line_bytes = 4096;
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // Takes the lines one by one and collects the tags.
 class LineParser {
@@ -104,40 +98,12 @@ class LineParser {
   bool ended_ = false;
 };
 
-Failure unreadable(const std::string& path, const std::string& reason) {
-  return {Status::cannot_read_tag_file, "cannot read the tag file " + named(path) + ": " + reason};
-}
-
-Failure not_opened(const std::string& path, int reason) {
-  const bool holds_mark = path.find('?') != path.npos;
-  return {Status::cannot_open_tag_file,
-          "cannot open the tag file " + named(path) + ": " +
-              std::generic_category().message(reason) +
-              (holds_mark ? " (a `?` in the path is a part of it; keys are joined by `&`)" : "")};
-}
-
-}  // namespace
-
-FileTags read_tag_file(const std::string& path) {
-  // A pipe without a writer would hold the open for ever.
-  std::error_code error;
-  const auto kind = std::filesystem::status(path, error).type();
-  if (kind != std::filesystem::file_type::regular &&
-      kind != std::filesystem::file_type::not_found && kind != std::filesystem::file_type::none) {
-    throw unreadable(path, "it is no plain file");
-  }
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rbe"));
-  if (!file) {
-    throw not_opened(path, errno);
-  }
-  LineParser parser(path);
+FileTags read_csv(TagFileBytes& file) {
+  LineParser parser(file.path());
   std::vector<char> text(chunk_bytes + max_line_bytes);
   std::size_t kept = 0;  // bytes of a line whose end is still to come
   for (;;) {
-    const std::size_t got = std::fread(text.data() + kept, 1, chunk_bytes, file.get());
-    if (std::ferror(file.get()) != 0) {
-      throw unreadable(path, std::generic_category().message(errno));
-    }
+    const std::size_t got = file.read(std::span(text).subspan(kept, chunk_bytes));
     std::string_view rest(text.data(), kept + got);
     for (std::size_t end = rest.find('\n'); end != rest.npos; end = rest.find('\n')) {
       parser.take(rest.substr(0, end));
@@ -155,6 +121,13 @@ FileTags read_tag_file(const std::string& path) {
     kept = rest.size();
     std::memmove(text.data(), rest.data(), kept);
   }
+}
+
+}  // namespace
+
+FileTags read_tag_file(const std::string& path) {
+  TagFileBytes file(path);
+  return read_csv(file);
 }
 
 // Straight from the file's tags, up to the end of a round at a time.

@@ -7,30 +7,15 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
+#include "simulator/signals/file_tags.hpp"
 #include "simulator/signals/signal_source.hpp"
 
 namespace zelk::simulator {
 
-// A tag in one word, so that a long file stays small.
-class FileTag {
- public:
-  FileTag(std::uint8_t channel, std::int64_t time_ps)
-      : bits_(static_cast<std::uint64_t>(time_ps) << 2 | channel) {}
-
-  [[nodiscard]] std::uint8_t channel() const { return static_cast<std::uint8_t>(bits_ & 3); }
-  [[nodiscard]] std::int64_t time_ps() const { return static_cast<std::int64_t>(bits_ >> 2); }
-
- private:
-  std::uint64_t bits_;
-};
-
-using FileTags = std::vector<FileTag>;
-
 // Reads the whole file. Lines end in LF or CR LF; empty lines may end the file
-// and stand nowhere else. Times lie in [0, end_of_time_ps). Throws Failure
-// with the number of the line that is wrong.
+// and stand nowhere else. Throws Failure with the number of the line that is
+// wrong.
 FileTags read_tag_file(const std::string& path);
 
 // Plays the tags of a file, which it shares with the unit that read it.
