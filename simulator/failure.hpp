@@ -36,6 +36,9 @@ enum class Status : std::int32_t {
   malformed_tag_line = -32,
   tag_out_of_order = -33,
   tag_channel_out_of_range = -34,
+  malformed_tag_header = -35,
+  tag_count_contradicted = -36,
+  tag_time_out_of_range = -37,
   // Faults that the port string or the environment asks for.
   malformed_discovery = -40,
   unit_vanished = -41,

@@ -61,6 +61,12 @@ const char* status_text(std::int32_t status) noexcept {
       return "tag file not in time order";
     case Status::tag_channel_out_of_range:
       return "channel out of range in the tag file";
+    case Status::malformed_tag_header:
+      return "malformed header of the tag file";
+    case Status::tag_count_contradicted:
+      return "the tag file does not hold the rows that it counts";
+    case Status::tag_time_out_of_range:
+      return "time out of range in the tag file";
     case Status::malformed_discovery:
       return "malformed value of ZELK_SIM_DISCOVERY";
     case Status::unit_vanished:

@@ -1,6 +1,7 @@
 #include "simulator/signals/tag_file.hpp"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <string_view>
@@ -9,6 +10,8 @@
 
 #include "simulator/failure.hpp"
 #include "simulator/shown_text.hpp"
+#include "simulator/signals/npy_header.hpp"
+#include "simulator/signals/npy_tag_file.hpp"
 #include "simulator/signals/tag_file_bytes.hpp"
 #include "timing/time_tag.hpp"
 
@@ -125,9 +128,14 @@ FileTags read_csv(TagFileBytes& file) {
 
 }  // namespace
 
+// A file is what its first bytes say, whatever its name says.
 FileTags read_tag_file(const std::string& path) {
   TagFileBytes file(path);
-  return read_csv(file);
+  std::array<char, npy::magic.size()> first{};
+  const std::size_t got = file.read(first);
+  file.rewind();
+  const bool is_npy = std::string_view(first.data(), got) == npy::magic;
+  return is_npy ? read_npy_tag_file(file) : read_csv(file);
 }
 
 // Straight from the file's tags, up to the end of a round at a time.

@@ -1,5 +1,6 @@
-// Tags from a file: a text file with the header line "channel,timestamp_ps" and
-// one tag per line, in time order, and the source that plays them.
+// Tags from a file, in time order, and the source that plays them. The file is
+// a text file with the header line "channel,timestamp_ps" and one tag per line,
+// or a NumPy array file with one tag per row.
 #pragma once
 
 #include <cstddef>
@@ -13,9 +14,9 @@
 
 namespace zelk::simulator {
 
-// Reads the whole file. Lines end in LF or CR LF; empty lines may end the file
-// and stand nowhere else. Throws Failure with the number of the line that is
-// wrong.
+// Reads the whole file. Lines of text end in LF or CR LF; empty lines may end
+// the file and stand nowhere else. Throws Failure with the number of the line or
+// row that is wrong.
 FileTags read_tag_file(const std::string& path);
 
 // Plays the tags of a file, which it shares with the unit that read it.

@@ -29,6 +29,9 @@ class TagFileBytes {
   // smaller than asked for only at the end of the file. Throws Failure.
   std::size_t read(std::span<char> bytes);
 
+  // The next read() starts at the front again.
+  void rewind() { std::rewind(file_.get()); }
+
  private:
   struct Closer {
     void operator()(std::FILE* file) const { std::fclose(file); }
