@@ -9,6 +9,8 @@
 
 #include "simulator/failure.hpp"
 #include "tests/simulator/device_client.hpp"
+#include "tests/support/npy_bytes.hpp"
+#include "tests/support/temporary_directory.hpp"
 #include "timing/stream_decoder.hpp"
 
 namespace zelk::simulator {
@@ -100,6 +102,19 @@ TEST_F(MeasuredTags, AreSeenAsTheyWereRecorded) {
   UnitClient unit(parse_device_port(port_));
   EXPECT_TRUE(seen_tags(unit, Format::raw64) == tags_);
   EXPECT_TRUE(seen_tags(unit, Format::delta32) == tags_);
+}
+
+TEST_F(MeasuredTags, AreSeenTheSameFromANumPyArray) {
+  const test_support::TemporaryDirectory directory;
+  const std::string path = directory.path() / "tags.npy";
+  std::string array = test_support::npy_beginning_for(tags_.size());
+  for (const TimeTag& tag : tags_) {
+    array += test_support::npy_row(tag.channel, tag.timestamp_ps);
+  }
+  std::ofstream(path, std::ios::binary) << array;
+  UnitClient unit(parse_device_port(port_of(path)));
+  EXPECT_TRUE(seen_tags(unit, Format::raw64) == tags_);
+  EXPECT_TRUE(seen_tags(unit, Format::packed_delta) == tags_in_ticks());
 }
 
 TEST_F(MeasuredTags, AreSeenInTicksInPackedDelta) {

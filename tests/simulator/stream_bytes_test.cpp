@@ -13,6 +13,7 @@
 #include <string>
 
 #include "tests/simulator/unit_streams.hpp"
+#include "tests/support/npy_bytes.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace zelk::simulator {
@@ -150,29 +151,39 @@ INSTANTIATE_TEST_SUITE_P(InRealTime, KnownStreams,
                                                      internal}));
 
 // 6000 tags in steps of up to 2^34 ps, at each length in turn, and with some at
-// the same time.
-std::string write_tags(const std::string& path) {
-  std::ofstream file(path);
-  file << "channel,timestamp_ps\n";
+// the same time. As text and as a NumPy array.
+struct TagFiles {
+  std::string text = "channel,timestamp_ps\n";
+  std::string array = test_support::npy_beginning_for(6000);
+};
+
+TagFiles known_tag_files() {
+  TagFiles files;
   std::uint64_t state = 1;
   std::int64_t time_ps = 123'456'789;
   for (int i = 0; i < 6000; ++i) {
     state = state * 6364136223846793005 + 1442695040888963407;
     time_ps += static_cast<std::int64_t>(state >> (30 + i % 34));
-    file << (state >> 20 & 3) << ',' << time_ps << '\n';
+    const int channel = static_cast<int>(state >> 20 & 3);
+    files.text += std::to_string(channel) + ',' + std::to_string(time_ps) + '\n';
+    files.array += test_support::npy_row(channel, time_ps);
   }
-  return path;
+  return files;
 }
 
 TEST(KnownTagFile, IsPlayedTheSameForEver) {
   const test_support::TemporaryDirectory directory;
-  const std::string port =
-      "sim://tags?pace=max&loop=1&loop_gap_ps=7&file=" + write_tags(directory.path() / "tags.csv");
+  const std::string path = directory.path() / "tags";
+  const std::string port = "sim://tags?pace=max&loop=1&loop_gap_ps=7&file=" + path;
   constexpr Sums known{0xFBA5F366DB7C1E80, 0x455A3ADB2ED2B21E, 0x15C5521A5CF9E0F2,
                        0x4AAC5A67BFDA1410};
-  const Sums sums = sums_of(port, 200'000, timing::StreamMode::external);
-  for (std::size_t i = 0; i < sums.size(); ++i) {
-    EXPECT_EQ(sums[i], known[i]) << external_wires[i].name << ": 0x" << std::hex << sums[i];
+  const TagFiles files = known_tag_files();
+  for (const std::string* file : {&files.text, &files.array}) {
+    std::ofstream(path, std::ios::binary) << *file;
+    const Sums sums = sums_of(port, 200'000, timing::StreamMode::external);
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+      EXPECT_EQ(sums[i], known[i]) << external_wires[i].name << ": 0x" << std::hex << sums[i];
+    }
   }
 }
 

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <string>
 
+#include "tests/support/npy_bytes.hpp"
 #include "tests/support/smoke_test_run.hpp"
 #include "tests/support/temporary_directory.hpp"
 
@@ -89,6 +90,36 @@ TEST_F(TagFileRefusal, NamesTheLineThatIsWrong) {
   const std::string channel = file("channel.csv", head + "4,2000\n");
   expect_refused("sim://tags?file=" + channel,
                  "line 3 of the tag file `" + channel + "` has a channel beyond 3");
+}
+
+TEST_F(TagFileRefusal, NamesTheRowThatIsWrong) {
+  const std::string negative =
+      file("negative.npy", npy_beginning_for(3) + npy_row(0, 5) + npy_row(1, 5) + npy_row(0, -1));
+  expect_refused("sim://tags?file=" + negative,
+                 "row 2 of the tag file `" + negative +
+                     "` has a time outside 0 to 2^61 - 1 ps (rows count from 0)");
+  const std::string falling =
+      file("falling.npy", npy_beginning_for(2) + npy_row(3, 2000) + npy_row(0, 1999));
+  expect_refused("sim://tags?file=" + falling,
+                 "row 1 of the tag file `" + falling +
+                     "` is earlier than the tag before it (rows count from 0)");
+  const std::string channel = file("channel.npy", npy_beginning_for(1) + npy_row(4, 2000));
+  expect_refused("sim://tags?file=" + channel, "row 0 of the tag file `" + channel +
+                                                   "` has a channel beyond 3 (rows count from 0)");
+}
+
+TEST_F(TagFileRefusal, NamesWhatIsWrongWithAnArray) {
+  const std::string cut = file("cut.npy", npy_beginning_for(0) + npy_row(0, 5));
+  expect_refused("sim://tags?file=" + cut,
+                 "the tag file `" + cut +
+                     "` holds 1 row, but its header counts 0: the run that saved it did not end; "
+                     "docs/saved-tags.md tells how to recover it");
+  const std::string times =
+      file("times.npy", npy_beginning(npy_dictionary("(1,)", "'<i8'")) + "12345678");
+  expect_refused("sim://tags?file=" + times,
+                 "the header of the tag file `" + times +
+                     "` has rows of the type `'<i8'`, not `[('channel', '|u1'), ('', '|V7'), "
+                     "('timestamp_ps', '<i8')]`");
 }
 
 TEST_F(TagFileRefusal, SaysHowAPathWithAnAmpersandIsWritten) {
