@@ -326,6 +326,63 @@ def make_recordings():
     recording("other_version", [b"ZTDC\r\n\x1a\n\x02\0\0\0"], AS_IT_IS)
 
 
+# ---- tag_files ---------------------------------------------------------------
+
+ROW_TYPE = "[('channel', '|u1'), ('', '|V7'), ('timestamp_ps', '<i8')]"
+
+
+def array(name, rows, count=None, version=1, row_type=ROW_TYPE, order="False", shape=None,
+          behind=b"", filling=None):
+    count = len(rows) if count is None else count
+    text = (f"{{'descr': {row_type}, 'fortran_order': {order}, "
+            f"'shape': {shape or f'({count},)'}, }}")
+    length = {1: "<H", 2: "<I", 3: "<I"}[version]
+    head = 8 + struct.calcsize(length)
+    blanks = -(head + len(text) + 1) % 64 if filling is None else filling
+    text = text.encode() + b" " * blanks + b"\n"
+    write("tag_files", "array_" + name, b"\x93NUMPY", bytes([version, 0]),
+          struct.pack(length, len(text)), text,
+          *(struct.pack("<B7sQ", channel, padding, time % (1 << 64))
+            for channel, time, padding in rows), behind)
+
+
+def tag_row(channel, time, padding=b""):
+    return channel, time, padding
+
+
+def make_tag_files():
+    epoch = 3333 << 32
+    good = [tag_row(0, 5), tag_row(3, 5), tag_row(1, 7, b"\xff" * 7), tag_row(2, epoch - 1),
+            tag_row(2, epoch), tag_row(0, (1 << 61) - 1)]
+    array("good", good)
+    array("version_two", good, version=2)
+    array("version_three", good, version=3)
+    array("equal_times_on_a_channel", [tag_row(1, 9), tag_row(1, 9), tag_row(0, 9), tag_row(1, 9)])
+    array("empty", [])
+    array("not_filled_up", good[:1], filling=0)
+    array("falling", [tag_row(0, 5), tag_row(1, 4)])
+    array("negative", [tag_row(0, -1)])
+    array("too_late", [tag_row(0, 1 << 61)])
+    array("channel_four", [tag_row(3, 1), tag_row(4, 2)])
+    array("all_wrong", [tag_row(0, 9), tag_row(200, -(1 << 63))])
+    array("run_did_not_end", good, count=0, behind=b"\2\0\0")
+    array("cut_short", good, count=9)
+    array("bytes_behind", good, behind=b"\0")
+    array("count_of_twenty_digits", good[:1], count=10**20 - 1)
+    array("largest_count", good[:1], count=2**64 - 1)
+    array("leading_zero", good[:1], shape="(01,)")
+    array("two_lengths", good[:2], shape="(1, 2)")
+    array("fortran_order", good, order="True")
+    array("times_alone", good, row_type="'<i8'")
+    array("big_endian", good, row_type=ROW_TYPE.replace("<i8", ">i8"))
+    array("without_padding", good,
+          row_type="[('channel', '|u1'), ('timestamp_ps', '<i8')]")
+    write("tag_files", "array_magic_alone", b"\x93NUMPY")
+    write("tag_files", "array_cut_inside_header", b"\x93NUMPY\1\0\x76\0{'descr': ")
+    write("tag_files", "array_endless_header", b"\x93NUMPY\2\0\xff\xff\xff\xff{")
+    write("tag_files", "array_magic_cut", b"\x93NUMP")
+
+
 # ---- fine_table --------------------------------------------------------------
 
 def tables(*lists, magic=b"TLUT", version=1, zeros=0):
@@ -352,4 +409,5 @@ make_decoder()
 make_analysis()
 make_ports()
 make_recordings()
+make_tag_files()
 make_fine_table()
