@@ -366,6 +366,7 @@ def make_tag_files():
     array("channel_four", [tag_row(3, 1), tag_row(4, 2)])
     array("all_wrong", [tag_row(0, 9), tag_row(200, -(1 << 63))])
     array("run_did_not_end", good, count=0, behind=b"\2\0\0")
+    array("count_too_small", good, count=2)
     array("cut_short", good, count=9)
     array("bytes_behind", good, behind=b"\0")
     array("count_of_twenty_digits", good[:1], count=10**20 - 1)
