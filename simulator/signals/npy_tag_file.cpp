@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "simulator/failure.hpp"
