@@ -28,8 +28,8 @@ class NewFile {
 
   // What was written of the text, from its first byte on, and why no more.
   struct Written {
-    std::size_t bytes;
-    std::error_code error;  // none: all of it
+    std::size_t bytes = 0;
+    std::error_code error{};  // none: all of it
   };
   Written write_at(std::uint64_t offset, std::string_view text);
 
