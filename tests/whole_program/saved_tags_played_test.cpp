@@ -7,6 +7,8 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "tests/support/npy_bytes.hpp"
@@ -116,6 +118,41 @@ TEST_P(SavedTags, AreReportedAsByTheRunThatSawThem) {
 // epoch, behind which times go on rising.
 INSTANTIATE_TEST_SUITE_P(FromAnyTimeOn, SavedTags,
                          testing::Values(0, 1, 7'654'321'098'765, epoch_ps - 100'000'000'000));
+
+// The whole way: a run keeps its tags, and another one plays them.
+class SavedRun : public testing::TestWithParam<std::tuple<std::string, std::string>> {
+ protected:
+  static std::vector<std::string> arguments(std::vector<std::string> more) {
+    std::vector<std::string> all{"mode=external", "channel_mask=0x0f", "bin_s=0.01",
+                                 "capture_s=25",  "stop_tags=20000",   "queue_limit=8388608"};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  }
+
+  static ProgramResult run_unit(std::vector<std::string> more) {
+    Program program = simulated_smoke_test(arguments(std::move(more)));
+    program.watchdog = std::chrono::seconds(60);
+    return run(program);
+  }
+};
+
+TEST_P(SavedRun, IsReportedAlikeWhenItIsPlayed) {
+  const auto& [format, ending] = GetParam();
+  const TemporaryDirectory directory;
+  const std::string file = directory.path() / ("run" + ending);
+  const ProgramResult seen = run_unit(
+      {"port=sim://pairs?pace=max&pair_rate_hz=200000", "format=" + format, "save_tags=" + file});
+  ASSERT_EQ(seen.error, "");
+  ASSERT_TRUE(figures(seen.output).starts_with("tags_total=20000\n"));
+  const ProgramResult played = run_unit({"port=sim://tags?pace=max&file=" + file, "format=raw64"});
+  EXPECT_EQ(played.error, "");
+  EXPECT_EQ(figures(played.output), figures(seen.output));
+  EXPECT_EQ(played.exit_status, seen.exit_status);
+}
+
+INSTANTIATE_TEST_SUITE_P(InEachFormatAndLayout, SavedRun,
+                         testing::Combine(testing::Values("raw64", "delta32", "packed_delta"),
+                                          testing::Values(".npy", ".csv")));
 
 }  // namespace
 }  // namespace zelk::test_support
