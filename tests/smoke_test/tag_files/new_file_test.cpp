@@ -74,9 +74,10 @@ TEST_F(NewFileTest, TouchesNothingThatExists) {
   std::ofstream(path("f")) << "precious";
   fs::create_symlink("f", path("link"));
   fs::create_symlink("nowhere", path("dangling"));
-  for (const std::string& place :
-       {path("f"), path("link"), path("dangling"), path("."), std::string("/dev/null")}) {
-    EXPECT_EQ(refusal(place), std::errc::file_exists) << place;
+  ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  for (const char* name : {"f", "link", "dangling", "pipe", "."}) {
+    EXPECT_EQ(refusal(path(name)), std::errc::file_exists) << name;
+    EXPECT_TRUE(fs::exists(fs::symlink_status(path(name)))) << name;
   }
   EXPECT_EQ(content_of(path("f")), "precious");
   EXPECT_FALSE(fs::exists(path("nowhere")));
