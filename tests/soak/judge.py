@@ -93,7 +93,9 @@ class Verdict:
             self.complain(f"ended by signal {number}, which nobody sent")
         # One that has failed may have said so before it was ended.
         refused = self.step.error and self.error == f"{self.step.error}\n".encode()
-        has_failed = self.failed_call or refused or not self.step.can_report
+        # A second signal may end a run that the first one has interrupted.
+        again = len(self.result.signals_sent) > 1 and self.error == f"{INTERRUPTED}\n".encode()
+        has_failed = self.failed_call or refused or again or not self.step.can_report
         if self.error and (self.error[-1:] != b"\n" or not has_failed):
             self.complain("a word, or half of one, from a run that a signal ended at once")
         # One that has said why it ends, or could not, may have closed the device before.

@@ -140,6 +140,10 @@ class Judge(unittest.TestCase):
         self.expect_complaint(log=stopped, error="interrupted\n", **at_once)
         self.assertEqual(complaints(output="", status=-2, signals=interrupt, log=""), [])
         self.expect_complaint(output="", status=-2, signals=interrupt, log="qx_open_serial -> 0\n")
+        set_up = {"output": "", "error": "interrupted during set-up\n", "log": ""}
+        self.assertEqual(complaints(status=-2, signals=interrupt * 2, **set_up), [])
+        self.expect_complaint(status=-2, signals=interrupt, **set_up)
+        self.expect_complaint(status=-2, signals=interrupt * 2, **(set_up | {"error": "interrup"}))
         unwritten = {"output": "", "status": -2, "signals": interrupt, "log": "", "closed": (1,)}
         line = "cannot write the report to standard output\n"
         self.assertEqual(complaints(error=line, **unwritten), [])
