@@ -1,0 +1,1 @@
+"""Pictures of a run: calculating (NumPy alone) and drawing are apart."""
