@@ -8,7 +8,7 @@ however long the list is.
 from concurrent.futures import ThreadPoolExecutor
 
 THREADS = 2
-CHUNK = 1 << 18  # entries
+CHUNK = 1 << 16  # entries
 
 
 def pieces(start, stop, size=CHUNK):

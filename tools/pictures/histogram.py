@@ -63,7 +63,7 @@ def window_bounds(times_ps, window_ps, offset_ps):
 
 def estimated_pairs(a, b, window_ps, offset_ps):
     sample = a[::max(1, len(a) // ESTIMATED_FROM)]
-    first, past = bounds_of(sample, b, *window_bounds(sample, window_ps, offset_ps))
+    first, past = bounds_of(b, *window_bounds(sample, window_ps, offset_ps))
     return float((past - first).sum()) / len(sample) * len(a)
 
 
@@ -81,8 +81,7 @@ def bin_pieces(a, b, window_ps, offset_ps, piece):
     """Yields the numbers of the bins of the pairs of some of A's tags."""
     half = half_bins(window_ps)
     times_ps = a[piece[0]:piece[1]]
-    first, past = bounds_of(times_ps, b, *window_bounds(times_ps, window_ps, offset_ps))
-    for difference in differences(times_ps, b, first, past):
+    for difference in differences(times_ps, b, *window_bounds(times_ps, window_ps, offset_ps)):
         numbers = bin_numbers(difference - wrapped(offset_ps))
         # The ends of a window may be half way to bins that are not there.
         halves = window_ps % BIN_WIDTH_PS == BIN_WIDTH_PS // 2

@@ -5,6 +5,7 @@ here whole stretches of them are worked on at once, with the same results, also 
 lists out of order and for windows that leave the 64-bit range.
 """
 
+import itertools
 from dataclasses import dataclass
 
 import numpy as np
@@ -56,6 +57,20 @@ def first_not_below(ascending, bounds):
     return np.searchsorted(ascending, bounds)
 
 
+def ascends(times_ps):
+    return bool(np.all(times_ps[1:] >= times_ps[:-1]))
+
+
+def cursor_bounds(a, window_ps):
+    """For each piece of A (start, stop, largest lower bound before it)."""
+    ranges = pieces(0, len(a))
+    if ascends(a) and int(a[0]) - window_ps >= INT64_MIN:
+        return [(start, stop, INT64_MIN) for start, stop in ranges]  # so do the bounds
+    lows = in_parallel(lambda p: int(window_low(a[p[0]:p[1]], window_ps).max()), ranges)
+    before = [INT64_MIN, *itertools.accumulate(lows, max)]
+    return [(start, stop, low) for (start, stop), low in zip(ranges, before)]
+
+
 def count_coincidences(a, b, window_ps):
     """Tags of A with a partner in B, in one pass over both as they arrived: the cursor
     into B goes forwards only, past all that is below the window of the present tag.
@@ -66,20 +81,16 @@ def count_coincidences(a, b, window_ps):
     """
     if window_ps < 0 or len(a) == 0 or len(b) == 0:
         return 0
-    largest_b = b if np.all(b[1:] >= b[:-1]) else np.maximum.accumulate(b)
-    ranges = pieces(0, len(a))
-    lows = in_parallel(lambda p: int(window_low(a[p[0]:p[1]], window_ps).max()), ranges)
-    reached = np.maximum.accumulate(np.array([INT64_MIN, *lows[:-1]], np.int64))
+    largest_b = b if ascends(b) else np.maximum.accumulate(b)
 
     def count(item):
-        (start, stop), before = item
+        start, stop, before = item
         times_ps = a[start:stop]
         bounds = np.maximum.accumulate(np.maximum(window_low(times_ps, window_ps), before))
         places = first_not_below(largest_b, bounds)
-        inside = places < len(b)
-        partners = b[np.minimum(places, len(b) - 1)]
-        return int(np.count_nonzero(inside & (partners <= window_high(times_ps, window_ps))))
-    return sum(in_parallel(count, list(zip(ranges, reached))))
+        end = int(np.searchsorted(places, len(b)))
+        return int(np.count_nonzero(b[places[:end]] <= window_high(times_ps[:end], window_ps)))
+    return sum(in_parallel(count, cursor_bounds(a, window_ps)))
 
 
 def estimate_offset(a, b, window_ps):

@@ -8,6 +8,7 @@ Records are read piece by piece, not through a memory map, whose pages would cou
 this program's memory.
 """
 
+import bisect
 import os
 import stat
 
@@ -20,6 +21,8 @@ from .figures import CHANNELS
 
 # A header is a few hundred bytes; what claims to be larger is none of ours.
 LONGEST_HEADER = 10_000
+PIECE = 1 << 16  # rows, which are 1 MiB
+TOGETHER = 128
 
 
 class TagFile:
@@ -109,38 +112,42 @@ class Tags:
 
     def __init__(self, file):
         self._file = file
-        self._pieces = pieces(0, file.rows)
-        # Rows with a channel that does not exist are counted apart.
-        counts = in_parallel(self._count, self._pieces)
-        table = np.array(counts, np.int64).reshape(len(self._pieces), CHANNELS + 1)
-        self._before = np.vstack([np.zeros((1, CHANNELS + 1), np.int64), np.cumsum(table, axis=0)])
-        totals = self._before[-1]
-        self.times_ps = [np.empty(int(totals[c]), np.int64) for c in range(CHANNELS)]
-        self.total = int(totals[:CHANNELS].sum())
-        self.ignored = int(totals[CHANNELS])
-        in_parallel(self._take, range(len(self._pieces)))
+        self._pieces = pieces(0, file.rows, PIECE)
+        # Room for the largest list that each may become. What is not used is never touched,
+        # and so no memory, and given back in the end.
+        lists_ps = [np.empty(file.rows, np.int64) for _ in range(CHANNELS)]
+        ends = [0] * CHANNELS
+        self._before = [tuple(ends)]
+        # A few pieces at a time, so that not all of them wait to be put into the lists.
+        for i in range(0, len(self._pieces), TOGETHER):
+            for parts in in_parallel(self._split, self._pieces[i:i + TOGETHER]):
+                for c, part in enumerate(parts):
+                    lists_ps[c][ends[c]:ends[c] + len(part)] = part
+                    ends[c] += len(part)
+                self._before.append(tuple(ends))
+        for list_ps, end in zip(lists_ps, ends):
+            list_ps.resize(end, refcheck=False)
+        self.times_ps = lists_ps
+        self.total = sum(ends)
+        self.ignored = file.rows - self.total  # rows with a channel that does not exist
 
-    def _count(self, piece):
-        channels = np.minimum(self._file.records(*piece)["channel"], CHANNELS)
-        return np.bincount(channels, minlength=CHANNELS + 1)
-
-    def _take(self, index):
-        records = self._file.records(*self._pieces[index])
+    def _split(self, piece):
+        """The times of each channel."""
+        records = self._file.records(*piece)
         channels = np.ascontiguousarray(records["channel"])
         times_ps = np.ascontiguousarray(records["timestamp_ps"])
-        for c, list_ps in enumerate(self.times_ps):
-            first, end = self._before[index:index + 2, c]
-            if end > first:
-                list_ps[first:end] = times_ps[channels == c]
+        counts = np.bincount(channels, minlength=CHANNELS)
+        return [times_ps[channels == c] if counts[c] else times_ps[:0] for c in range(CHANNELS)]
 
     def rows_of(self, channel, indices):
         """The rows in the file of some tags of a channel, which ascend."""
+        before = [ends[channel] for ends in self._before]
         rows = []
         loaded, places = None, None
         for i in indices:
-            piece = int(np.searchsorted(self._before[:, channel], i, "right")) - 1
+            piece = bisect.bisect_right(before, i) - 1
             if piece != loaded:
                 records = self._file.records(*self._pieces[piece])
                 loaded, places = piece, np.flatnonzero(records["channel"] == channel)
-            rows.append(self._pieces[piece][0] + int(places[i - self._before[piece, channel]]))
+            rows.append(self._pieces[piece][0] + int(places[i - before[piece]]))
         return rows

@@ -7,7 +7,7 @@ import numpy as np
 from .correlation import why_not
 from .figures import BIN_WIDTH_PS, WideView
 from .histogram import estimated_pairs, window_bounds
-from .pairs import bounds_of, differences
+from .pairs import differences
 
 WINDOWS = 100
 MOST_BINS = 2000
@@ -41,8 +41,7 @@ def wide_view(pair, channels, window_ps, quantum_ps):
     half = -(-range_ps // width_ps)
     low_ps = -half * width_ps - width_ps // 2
     counts = np.zeros(2 * half + 1, np.int64)
-    first, past = bounds_of(sample, pair.b, *window_bounds(sample, range_ps, 0))
-    for some in differences(sample, pair.b, first, past):
+    for some in differences(sample, pair.b, *window_bounds(sample, range_ps, 0)):
         counts += np.bincount((some - low_ps) // width_ps, minlength=len(counts))
     if not counts.any():
         return no_view(f"no tags of the pair lie within {range_ps} ps of each other", range_ps, pair)
