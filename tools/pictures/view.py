@@ -8,7 +8,8 @@ from dataclasses import dataclass
 
 import numpy as np
 
-from .wrapping import distance_ps
+from .chunks import in_parallel, pieces
+from .wrapping import INT64_MAX, INT64_MIN, distance_ps
 
 SAMPLE = 20_000  # tags of a channel that tell where most of them lie
 END_SHARE = 200  # one tag of so many may be far off, at either end
@@ -30,6 +31,16 @@ class View:
         return distance_ps(time_ps, self.start_ps) / 1e12
 
 
+def ends_within(times_ps, low, high):
+    """The earliest and the latest time from low to high, where there are some."""
+    def look(piece):
+        some = times_ps[piece[0]:piece[1]]
+        some = some[(some >= low) & (some <= high)]
+        return (int(some.min()), int(some.max())) if len(some) > 0 else None
+    found = [ends for ends in in_parallel(look, pieces(0, len(times_ps))) if ends]
+    return min(start for start, _ in found), max(end for _, end in found)
+
+
 def ends_of(walked):
     """(start, end) of the stretch of one channel."""
     times_ps = walked.times_ps
@@ -37,9 +48,9 @@ def ends_of(walked):
     off = len(sample) // END_SHARE
     low, high = int(sample[off]), int(sample[len(sample) - 1 - off])
     near = NEAR * (high - low)
-    start = walked.earliest_ps if low - walked.earliest_ps <= near else low
-    end = walked.latest_ps if walked.latest_ps - high <= near else high
-    return start, end
+    if walked.earliest_ps >= low - near and walked.latest_ps <= high + near:
+        return walked.earliest_ps, walked.latest_ps
+    return ends_within(times_ps, max(low - near, INT64_MIN), min(high + near, INT64_MAX))
 
 
 def view_of(walks, channel_mask):
