@@ -6,14 +6,14 @@ one. That unevenness goes from code to code. A locked signal has its tags where 
 phase is, which shows over many codes at once, or leaves whole stretches empty. Three
 tests tell them apart.
 
-* Lines in the spectrum of the density. For each of the first 40 harmonics of the clock
+* Lines in the spectrum of the density. For each of the first 16 harmonics of the clock
   period, take the length of the mean of exp(2 pi i h t / 3333 ps) over the tags. It is
   1 for tags at one place (or at h evenly spaced ones) and 0 for tags spread evenly. A
   line of 180 codes whose widths vary by 60 % gives 0.026 (rms), one of 100 % 0.043. That
-  any of the 40 exceeds 0.15 by itself has a chance of 0.0002 even for the latter. A
-  locked signal exceeds it unless its jitter is above a third of the clock period; then
-  it spreads the tags evenly to within 30 %. Structure finer than 83 ps is left to the
-  line.
+  any of the 16 exceeds 0.15 by itself has a chance of 0.0001 even for the latter. A
+  locked signal exceeds it unless its jitter is above 0.3 clock periods (rms); then it
+  spreads the tags evenly to within 30 %. Structure finer than 208 ps, such as that of
+  groups of codes, is left to the line.
 * Empty stretches longer than 100 ps, five codes, which no line has.
 * The parts of the run must agree. The phase of a signal that is nearly locked walks
   slowly through the period, so that its density changes from part to part. Chance is
@@ -30,7 +30,7 @@ import numpy as np
 
 from .figures import CLOCK_PERIOD_PS
 
-HARMONICS = 40
+HARMONICS = 16
 LINE_LIMIT = 0.15
 EMPTY_LIMIT_PS = 100
 CHANCE = 1e-6
