@@ -21,7 +21,8 @@ class Mersenne:
     def number(self):
         if self.next == 312:
             for i in range(312):
-                x = (self.state[i] & (MASK << 31 & MASK)) | (self.state[(i + 1) % 312] & (1 << 31) - 1)
+                high = self.state[i] & (MASK << 31 & MASK)
+                x = high | self.state[(i + 1) % 312] & (1 << 31) - 1
                 twist = 0xB5026F5AA96619E9 if x & 1 else 0
                 self.state[i] = self.state[(i + 156) % 312] ^ x >> 1 ^ twist
             self.next = 0
@@ -59,5 +60,5 @@ def widths_ps(seed, channel, percent):
     widths = {}
     for n in range(BINS):
         place = -((37 * n + 1) // 2) % PERIOD_PS
-        widths[place] = sum(ends[n] <= before_edge < ends[n + 1] for before_edge in range(PERIOD_PS))
+        widths[place] = sum(ends[n] <= time_ps < ends[n + 1] for time_ps in range(PERIOD_PS))
     return widths

@@ -50,6 +50,10 @@ def page_with(data, rows=ROWS, **wishes):
     return make_page(str(saved(tags_of(rows))), str(path), Wishes(**wishes))
 
 
+def pair_of(page):
+    return page.pair.channel_a, page.pair.channel_b, page.pair.window_ps
+
+
 class Shown(unittest.TestCase):
     def test_run_and_pair_are_those_of_the_document(self):
         page = page_with(document())
@@ -63,8 +67,9 @@ class Shown(unittest.TestCase):
         self.assertEqual((run.mode, run.format, run.quantum_ps), ("internal", "packed_delta", 4))
         self.assertEqual((run.start, run.note), ("2026-11-22T09:10:11.012Z", "rack 4"))
         self.assertEqual(run.channel_mask, 12)
-        self.assertEqual([channel.streamed for channel in page.channels], [False, False, True, True])
-        self.assertEqual((page.pair.channel_a, page.pair.channel_b, page.pair.window_ps), (2, 3, 500))
+        self.assertEqual([channel.streamed for channel in page.channels],
+                         [False, False, True, True])
+        self.assertEqual(pair_of(page), (2, 3, 500))
         self.assertEqual(page.notes, ())
         for row in (Row("Port", "ftdi://"), Row("Quantum", "4 ps"), Row("Channels", "2, 3"),
                     Row("Capture", "0.5 s"), Row("Calibration source", "10000 Hz"),
@@ -107,6 +112,12 @@ class OfAnotherRun(unittest.TestCase):
         self.assertIn("may be of another run: it counts 0, 0, 2, 2 tags", page.notes[0])
         self.assertIn("has 0, 0, 2, 1", page.notes[0])
 
+    def test_dropped_tags_are_told(self):
+        figures = document()["figures"] | {"reader_dropped": 17}
+        notes = page_with(document(figures=figures)).notes
+        self.assertEqual(len(notes), 1)
+        self.assertIn("dropped 17 of them", notes[0])
+
     def test_another_version_is_told(self):
         self.assertIn("another version", page_with(document(format_version=2)).notes[0])
 
@@ -115,11 +126,11 @@ class Arguments(unittest.TestCase):
     def test_say_what_no_document_says(self):
         path = str(saved(tags_of(ROWS)))
         page = make_page(path, None, Wishes(3, 2, 70, "internal"))
-        self.assertEqual((page.pair.channel_a, page.pair.channel_b, page.pair.window_ps), (3, 2, 70))
-        self.assertEqual((page.run.mode, page.run.verdict, page.notes), ("internal", "not known", ()))
+        self.assertEqual(pair_of(page), (3, 2, 70))
+        self.assertEqual((page.run.mode, page.run.verdict), ("internal", "not known"))
+        self.assertEqual(page.notes, ())
         page = make_page(path)
-        self.assertEqual((page.pair.channel_a, page.pair.channel_b, page.pair.window_ps),
-                         (0, 1, 1000))
+        self.assertEqual(pair_of(page), (0, 1, 1000))
         self.assertIn("the pair is channels 0 and 1", page.notes[0])
 
     def test_come_before_the_document(self):

@@ -40,7 +40,8 @@ class ByHand(unittest.TestCase):
         self.assertAlmostEqual(found.period_jitter_rms_ps, math.sqrt(2 / 9), places=9)
         self.assertEqual(found.period_jitter_peak_to_peak_ps, 1)
         self.assertEqual(list(found.period_counts), [200, 100])
-        self.assertTrue(np.allclose(found.period_edges_ps, [-0.5 - 1 / 3, 0.5 - 1 / 3, 1.5 - 1 / 3]))
+        edges_ps = [-0.5 - 1 / 3, 0.5 - 1 / 3, 1.5 - 1 / 3]
+        self.assertTrue(np.allclose(found.period_edges_ps, edges_ps))
 
     def test_jitter_of_every_other_pulse(self):
         # Odd pulses are 10 ps late: periods of 1010 and 990, errors of 5 either way.
@@ -131,14 +132,17 @@ class Long(unittest.TestCase):
         periods = np.diff(times_ps)
         self.assertAlmostEqual(found.period_jitter_rms_ps, periods.std(), places=6)
         self.assertEqual(found.period_jitter_peak_to_peak_ps, np.ptp(periods))
+        changes = np.diff(periods)
+        self.assertAlmostEqual(found.cycle_jitter_rms_ps, changes.std(), places=6)
+        self.assertEqual(found.cycle_jitter_peak_to_peak_ps, np.ptp(changes))
         # White jitter of s: periods differ by s sqrt 2, neighbouring ones by s sqrt 6.
         self.assertAlmostEqual(found.cycle_jitter_rms_ps, 20 * math.sqrt(6),
                                delta=20 * math.sqrt(6) * SIGMAS / math.sqrt(count))
 
     def test_histograms_have_bins_of_whole_quanta(self):
         draw = np.random.default_rng(4)
-        times_ps = (np.arange(20_000) * 10**6 + draw.normal(0, 900, 20_000)).astype(np.int64) // 8 * 8
-        found = of(times_ps, 0, 8)
+        times_ps = np.arange(20_000) * 10**6 + draw.normal(0, 900, 20_000)
+        found = of(times_ps.astype(np.int64) // 8 * 8, 0, 8)
         widths = np.diff(found.period_edges_ps)
         self.assertTrue(np.allclose(widths, widths[0]))
         self.assertEqual(round(widths[0]) % 8, 0)

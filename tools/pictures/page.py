@@ -4,6 +4,7 @@ import os
 from dataclasses import dataclass, replace
 
 from .channel_figures import channel_figures, walk
+from .chunks import in_parallel
 from .code_density import code_density
 from .correlation import correlation_figures
 from .errors import BadInput
@@ -68,7 +69,8 @@ def pair_notes(document, wishes, pair):
 def ignored_notes(tags):
     if not tags.ignored:
         return []
-    return [f"{tags.ignored} rows of the file have a channel above {CHANNELS - 1} and are left out."]
+    return [f"{tags.ignored} rows of the file have a channel above {CHANNELS - 1} and are left "
+            "out."]
 
 
 def sample_notes(correlation):
@@ -114,7 +116,7 @@ def figures_of(file, tags, document, pair, wishes, tags_name, json_name):
         intervals_per_channel=tuple(interval_figures(walked) for walked in walks),
         codes_per_channel=tuple(code_density(walked.parts, run.mode, run.quantum_ps)
                                 for walked in walks),
-        timing_per_channel=tuple(
-            periodic_timing(walked.times_ps, rates.origin_ps, run.quantum_ps)
-            for walked in walks),
+        timing_per_channel=tuple(in_parallel(
+            lambda walked: periodic_timing(walked.times_ps, rates.origin_ps, run.quantum_ps),
+            walks)),
         notes=tuple(notes))

@@ -138,12 +138,14 @@ class FirstPass:
     cycles: Spread = field(default_factory=Spread)
 
     def run(self, pulses):
+        last, last_is_one = np.empty(0, np.int64), np.empty(0, bool)
         for _, numbers, distances, periods, is_one in pulses:
             self.line.add(numbers.astype(np.float64), distances.astype(np.float64))
             self.periods.add(periods[is_one].astype(np.float64))
-            # The last period of a piece and the first of the next are not compared.
-            both = is_one[1:] & is_one[:-1]
-            self.cycles.add(np.diff(periods)[both].astype(np.float64))
+            joined, joined_are_one = np.append(last, periods), np.append(last_is_one, is_one)
+            both = joined_are_one[1:] & joined_are_one[:-1]
+            self.cycles.add(np.diff(joined)[both].astype(np.float64))
+            last, last_is_one = periods[-1:], is_one[-1:]
 
 
 @dataclass

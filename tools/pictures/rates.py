@@ -55,7 +55,8 @@ def find_gaps(walked, view):
         # A gap that leads out of the view says that a tag is damaged, not that none came.
         ends = times_ps[piece[0] + places]
         starts = times_ps[piece[0] - 1 + places]
-        kept = (starts >= view.start_ps) & (ends <= view.end_ps)
+        # A step that wraps around is none.
+        kept = (starts >= view.start_ps) & (ends <= view.end_ps) & (starts < ends)
         return piece[0] + places[kept], steps[places[kept]]
     found = in_parallel(find, pieces(1, len(times_ps)))
     return (np.concatenate([indices for indices, _ in found]),
@@ -137,8 +138,9 @@ def rate_figures(walks, view, tail_s, rows_of):
         gaps_per_channel=tuple(found for found, _, _ in gaps),
         gaps_total_per_channel=tuple(number for _, number, _ in gaps),
         gaps_length_s_per_channel=tuple(length for _, _, length in gaps),
-        backwards_per_channel=tuple(backwards(walked, whole, lambda indices, c=c: rows_of(c, indices))
-                                    for c, walked in enumerate(walks)),
+        backwards_per_channel=tuple(
+            backwards(walked, whole, lambda indices, c=c: rows_of(c, indices))
+            for c, walked in enumerate(walks)),
         backwards_total_per_channel=tuple(walked.violations for walked in walks),
         outside_per_channel=tuple(outside for _, outside in counted),
         silent_tail_s=tail_s)

@@ -226,6 +226,10 @@ def document_notes(document, channels):
         notes.append("The JSON document is of a run without a report: its figures cannot be "
                      "compared with the tags.")
         return notes
+    dropped = document.whole("figures", "reader_dropped")
+    if dropped:
+        notes.append(f"The machine that took the tags could not keep up and dropped {dropped} of "
+                     "them: gaps may be its fault, not the unit's.")
     stated = [document.whole("figures", f"ch{c}") for c in range(len(channels))]
     seen = [channel.tags for channel in channels]
     if stated != seen:

@@ -11,6 +11,7 @@ this program's memory.
 import bisect
 import os
 import stat
+import warnings
 
 import numpy as np
 from numpy.lib import format as npy
@@ -74,7 +75,9 @@ class TagFile:
         if version not in readers:
             raise BadInput(f"{self.path}: a NumPy array file of an unknown version")
         try:
-            shape, in_columns, dtype = readers[version](self._file, LONGEST_HEADER)
+            with warnings.catch_warnings():
+                warnings.simplefilter("ignore")  # what is odd and yet read is no trouble
+                shape, in_columns, dtype = readers[version](self._file, LONGEST_HEADER)
         except OSError as error:
             raise BadInput(f"{self.path}: {error.strerror}") from None
         except Exception:  # the text is evaluated, so that anything may be wrong with it

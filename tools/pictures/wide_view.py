@@ -44,7 +44,8 @@ def wide_view(pair, channels, window_ps, quantum_ps):
     for some in differences(sample, pair.b, *window_bounds(sample, range_ps, 0)):
         counts += np.bincount((some - low_ps) // width_ps, minlength=len(counts))
     if not counts.any():
-        return no_view(f"no tags of the pair lie within {range_ps} ps of each other", range_ps, pair)
+        return no_view(f"no tags of the pair lie within {range_ps} ps of each other", range_ps,
+                       pair)
     edges_ps = low_ps + np.arange(len(counts) + 1) * float(width_ps)
     fullest = int(np.argmax(counts))
     return WideView(reason=None, range_ps=range_ps, bin_width_ps=width_ps, tags_used=len(sample),
