@@ -212,6 +212,9 @@ class Intervals(unittest.TestCase):
         self.assertEqual((plot.counts[0], plot.counts[-1], plot.counts.sum()), (2, 1, 3))
         # One and a half of the two in the first bin.
         self.assertEqual(plot.median_ps, 960 + 0.75 * 64)
+        # The middle of the bin is 2944, which no interval reaches.
+        plot = page_of(tags_of([(0, 0), (0, 2900)])).intervals_per_channel[0]
+        self.assertEqual(plot.median_ps, 2900)
 
     def test_have_no_plot_without_a_step_forwards(self):
         for times_ps in ([], [3], [3, 3], [3, 2]):

@@ -25,5 +25,6 @@ def interval_figures(walked):
     return Intervals(
         reason=reason, edges_ps=edges_ps, counts=counts, zero=walked.zero,
         negative=walked.violations, shortest_ps=walked.shortest_ps,
-        median_ps=None if reason else median_of(edges_ps, counts),
+        median_ps=None if reason else float(np.clip(median_of(edges_ps, counts),
+                                                    walked.shortest_ps, walked.max_gap_ps)),
         longest_ps=None if reason else walked.max_gap_ps)
