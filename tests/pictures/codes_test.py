@@ -135,12 +135,18 @@ class Locked(unittest.TestCase):
             self.assertAlmostEqual(lock.coherence, expected, delta=0.03)
 
     def test_nearly_with_a_phase_that_walks(self):
-        # 0.4 ps per pulse: one and a half rounds of the period in 12 500 pulses.
-        phases = np.arange(12_496) * 0.4
+        # Two rounds of the period in all: every position is met twice as often as in one.
+        phases = np.arange(80_000) * (2 * 3333 / 80_000)
         parts = np.array([np.bincount(part.astype(np.int64) % 3333, minlength=3333)
                           for part in phases.reshape(PARTS, -1)])
-        self.assertIsNotNone(judge_lock(parts).reason)
-        self.assertTrue(changes(parts))
+        lock = judge_lock(parts)
+        self.assertLess(lock.coherence, 0.01)
+        self.assertIn("change in the course of the run", lock.reason)
+        # A hundred rounds in each part are as good as a random signal.
+        phases = np.arange(80_000) * (800 * 3333 / 80_000)
+        parts = np.array([np.bincount(part.astype(np.int64) % 3333, minlength=3333)
+                          for part in phases.reshape(PARTS, -1)])
+        self.assertFalse(changes(parts))
 
     def test_to_the_clock_edge_alone(self):
         self.assertIn("fine time is missing", judge_lock(parts_of([0], 100)).reason)

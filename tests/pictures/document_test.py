@@ -177,7 +177,11 @@ class Damaged(unittest.TestCase):
                     for row in page.run.settings + page.run.identity:
                         row.value.encode()
         for value in odd:
-            page_with(document(limits=[value, {"text": value, "met": value, "seen": value}]))
+            run = page_with(document(limits=[value, {"text": value, "met": value,
+                                                     "seen": value}])).run
+            self.assertEqual(len(run.limits), 2)
+            self.assertIsNone(run.limits[0].met)
+            self.assertIs(run.limits[1].met, True if value is True else None)
 
     def test_texts_are_bounded(self):
         run = page_with(document(note="x" * 10**6, limits=[{"text": "y" * 10**4}] * 1000)).run

@@ -9,6 +9,7 @@ import plots
 from plots import merged, page_of, tags_of
 from pictures import histogram, pairs, wide_view
 from pictures.channel_figures import walk
+from pictures.chunks import CHUNK
 from pictures.correlation import merged_bins
 from pictures.pair_figures import count_coincidences, estimate_offset, sorted_pair
 
@@ -104,6 +105,12 @@ class Coincidences(unittest.TestCase):
             a, b = ([edges[i] for i in draw.integers(0, 9, draw.integers(1, 6))] for _ in range(2))
             for window in (0, 4, 2**62, 2**62 + 1, LARGEST):
                 self.count(a, b, window)
+
+    def test_a_bound_that_wraps_around_sends_the_cursor_to_the_end(self):
+        times_ps = np.arange(3 * CHUNK) * 100
+        self.assertEqual(count_coincidences(times_ps, times_ps, 10), 3 * CHUNK)
+        first = np.append([SMALLEST], times_ps)
+        self.assertEqual(count_coincidences(first, times_ps, 10), 0)
 
     def test_do_not_depend_on_where_lists_are_cut(self):
         draw = np.random.default_rng(4)
@@ -287,6 +294,8 @@ class WideView(unittest.TestCase):
         i = int(np.argmax(view.counts))
         self.assertLessEqual(view.edges_ps[i], 44_000)
         self.assertLess(44_000, view.edges_ps[i + 1])
+        self.assertEqual(view.peak_ps, (view.edges_ps[i] + view.edges_ps[i + 1]) / 2)
+        self.assertEqual(view.edges_ps[0], -view.edges_ps[-1])
 
     def test_is_bounded_whatever_the_input(self):
         times_ps = np.arange(300_000) * 100

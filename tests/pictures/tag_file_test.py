@@ -2,6 +2,7 @@
 
 import os
 import unittest
+from unittest import mock
 
 import numpy as np
 
@@ -62,6 +63,14 @@ class Whole(unittest.TestCase):
         with open(path, "wb") as file:
             np.lib.format.write_array(file, tags_of(ROWS), (2, 0))
         self.assertEqual(read(path)[1].total, 5)
+
+
+    def test_files_may_come_in_bits(self):
+        path = saved(tags_of(ROWS))
+        whole = os.preadv
+        with mock.patch("os.preadv", lambda file, rooms, at: whole(file, [rooms[0][:5]], at)):
+            _, tags = read(path)
+        self.assertEqual([list(t) for t in tags.times_ps], [[10, 30], [-20], [-2**63], [2**62]])
 
 
 class Cut(unittest.TestCase):

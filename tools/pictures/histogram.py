@@ -12,7 +12,7 @@ import numpy as np
 
 from .chunks import in_parallel, pieces
 from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS
-from .pair_figures import WIDEST_WRAPPING_PS, window_high, window_low
+from .pair_figures import window_high, window_low
 from .pairs import bounds_of, differences
 from .wrapping import INT64_MAX, magnitude, wrapped
 
@@ -54,11 +54,9 @@ def window_bounds(times_ps, window_ps, offset_ps):
     centers_ps = times_ps + wrapped(offset_ps)
     low = window_low(centers_ps, window_ps)
     high = window_high(centers_ps, window_ps)
-    if window_ps <= WIDEST_WRAPPING_PS:
-        # A window that leaves the range holds nothing.
-        low = np.where((low > centers_ps) | (high < centers_ps), INT64_MAX, low)
-        high = np.where(low == INT64_MAX, low - 1, high)
-    return low, high
+    # A window that leaves the range, and is not cut off there, holds nothing.
+    low = np.where((low > centers_ps) | (high < centers_ps), INT64_MAX, low)
+    return low, np.where(low == INT64_MAX, low - 1, high)
 
 
 def estimated_pairs(a, b, window_ps, offset_ps):
