@@ -2,8 +2,8 @@
 
 import math
 
-from pictures.look import short_count, time_text, time_unit
-from pictures.panels import LOG_FLOOR, Axis
+from .look import short_count, time_text, time_unit
+from .panels import LOG_FLOOR, Axis
 
 MOST_TICKS = 9
 

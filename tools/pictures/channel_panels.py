@@ -5,12 +5,12 @@ Panels of one kind have the same horizontal axis, so that channels can be compar
 
 import numpy as np
 
-from pictures.axes import count_axis, log_count_axis, log_time_axis, seconds_axis, time_axis
-from pictures.axes import widened
-from pictures.figures import CLOCK_PERIOD_PS
-from pictures.look import (CHANCE_COLOUR, CHANNEL_COLOURS, GAP_COLOUR, MARK_COLOUR, Line,
+from .axes import count_axis, log_count_axis, log_time_axis, seconds_axis, time_axis
+from .axes import widened
+from .figures import CLOCK_PERIOD_PS
+from .look import (CHANCE_COLOUR, CHANNEL_COLOURS, GAP_COLOUR, MARK_COLOUR, Line,
                            count_text, time_text)
-from pictures.panels import (Axis, Band, Curve, Histogram, Panel, Points, Stretches, Verticals)
+from .panels import (Axis, Band, Curve, Histogram, Panel, Points, Stretches, Verticals)
 
 CHANCE_SIGMAS = 3
 

@@ -8,11 +8,11 @@ import pathlib
 
 from plotly.offline import get_plotlyjs
 
-from pictures import figures, named_numbers
-from pictures.html_panels import plot_of
-from pictures.look import CHANNEL_COLOURS, printable
-from pictures.named_numbers import Number
-from pictures.sections import sections_of
+from . import figures, named_numbers
+from .html_panels import plot_of
+from .look import CHANNEL_COLOURS, printable
+from .named_numbers import Number
+from .sections import sections_of
 
 HERE = pathlib.Path(__file__).parent
 # Nothing is loaded from anywhere, whatever the page's texts say.

@@ -3,8 +3,8 @@
 import numpy as np
 import plotly.graph_objects as go
 
-from pictures import panels
-from pictures.look import GAP_COLOUR, MARK_COLOUR
+from . import panels
+from .look import GAP_COLOUR, MARK_COLOUR
 
 HEIGHT = 260  # of a panel, in pixels
 TALL_HEIGHT = 380

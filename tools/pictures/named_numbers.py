@@ -6,8 +6,8 @@ is that of channel 2.
 
 from typing import NamedTuple
 
-from pictures import figures
-from pictures.look import count_text, plain, rate_text, time_text
+from . import figures
+from .look import count_text, plain, rate_text, time_text
 
 
 class Number(NamedTuple):

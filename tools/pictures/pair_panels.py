@@ -4,11 +4,11 @@ Their horizontal axis is the difference of the times, B - A, not relative to the
 so a mark stands at the same place in all of them.
 """
 
-from pictures.axes import count_axis, log_count_axis, time_axis
-from pictures.figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS
-from pictures.look import (CHANCE_COLOUR, GAP_COLOUR, MARK_COLOUR, PAIR_COLOUR, Line, count_text,
+from .axes import count_axis, log_count_axis, time_axis
+from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS
+from .look import (CHANCE_COLOUR, GAP_COLOUR, MARK_COLOUR, PAIR_COLOUR, Line, count_text,
                            time_text)
-from pictures.panels import Histogram, Panel, Points, Stretches, Verticals, Width
+from .panels import Histogram, Panel, Points, Stretches, Verticals, Width
 
 FEWEST_BINS_IN_VIEW = 12  # to either side of the peak
 WIDTHS_IN_VIEW = 1.5

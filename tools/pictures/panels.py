@@ -1,6 +1,6 @@
 """What a panel shows, as plain values that know no drawing library.
 
-`panels_of_run` fills them from the figures; html_panels and print_panels draw them. All
+`panels_of_run` fills them from the figures; html_panels and paper_panels draw them. All
 values of a series are in the unit of their axis.
 """
 
@@ -8,7 +8,7 @@ from dataclasses import dataclass, field
 
 import numpy as np
 
-from pictures.look import Line
+from .look import Line
 
 # Lowest end of a logarithmic axis of counts: a bin with 1 stands out, one with 0 does not.
 LOG_FLOOR = 0.7

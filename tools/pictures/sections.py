@@ -5,11 +5,11 @@ A caption is a list of texts and numbers; a page that can mark numbers does so.
 
 from dataclasses import dataclass
 
-from pictures import channel_panels, pair_panels
-from pictures.figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS, Page
-from pictures.look import count_text, plain, rate_text, time_text
-from pictures.named_numbers import Number, count, exact_time, number
-from pictures.panels import Panel
+from . import channel_panels, pair_panels
+from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS, Page
+from .look import count_text, plain, rate_text, time_text
+from .named_numbers import Number, count, exact_time, number
+from .panels import Panel
 
 
 @dataclass(frozen=True)

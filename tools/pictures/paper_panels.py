@@ -3,8 +3,8 @@
 import numpy as np
 from matplotlib.ticker import FixedFormatter, FixedLocator, FuncFormatter, NullLocator
 
-from pictures import panels
-from pictures.look import GAP_COLOUR, MARK_COLOUR, short_count
+from . import panels
+from .look import GAP_COLOUR, MARK_COLOUR, short_count
 
 DASHES = {"solid": "-", "dash": "--", "dot": ":", "dashdot": "-."}
 SYMBOLS = {"star": "*", "triangle": "v"}

@@ -6,11 +6,11 @@ import numpy as np
 from matplotlib import image, rc_context
 from matplotlib.backends.backend_pdf import PdfPages
 
-from pictures import figures, named_numbers, print_panels
-from pictures.look import printable
-from pictures.named_numbers import Number
-from pictures.paper import INNER_IN, LEFT_IN, POINTS_PER_IN, Paper, LINE, wrapped
-from pictures.sections import sections_of
+from . import figures, named_numbers, paper_panels
+from .look import printable
+from .named_numbers import Number
+from .paper import INNER_IN, LEFT_IN, POINTS_PER_IN, Paper, LINE, wrapped
+from .sections import sections_of
 
 DOTS_PER_IN = 130  # of a PNG
 # Dollar signs and underscores in texts are just these. Text stays text in a PDF.
@@ -97,7 +97,7 @@ def put_header(paper, page):
 def row_heights_in(row):
     """Of the axes, and of what stands above them."""
     axes_in = TALL_PANEL_IN if any(p.tall for p in row) else PANEL_IN
-    return axes_in, TITLE_IN + LEGEND_LINE_IN * max(map(print_panels.legend_lines, row))
+    return axes_in, TITLE_IN + LEGEND_LINE_IN * max(map(paper_panels.legend_lines, row))
 
 
 def put_row(paper, row, columns):
@@ -109,7 +109,7 @@ def put_row(paper, row, columns):
         paper.put(panel.title, x_in, 8, bold=True)
         axes = paper.axes(x_in + AXIS_IN, paper.y_in - above_in - axes_in, width_in - AXIS_IN,
                           axes_in)
-        print_panels.draw(axes, panel)
+        paper_panels.draw(axes, panel)
     paper.space(above_in + axes_in + BELOW_IN)
 
 
