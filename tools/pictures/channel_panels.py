@@ -105,8 +105,8 @@ def nonlinearity_panels(page):
         chance = np.full(len(codes.codes_ps), CHANCE_SIGMAS * codes.dnl_sigma)
         inl_chance = CHANCE_SIGMAS * codes.inl_sigma
         for kind, values, band, label in (
-                ("dnl", codes.dnl, chance, "Width over mean width, less 1"),
-                ("inl", codes.inl, inl_chance, "Sum of it, in mean widths")):
+                ("dnl", codes.dnl, chance, "Width / mean − 1"),
+                ("inl", codes.inl, inl_chance, "Mean widths")):
             words = "Differential" if kind == "dnl" else "Integral"
             series = (Band(codes.codes_ps, -band, band, CHANCE_COLOUR,
                            f"chance alone ({CHANCE_SIGMAS} sigma)"),

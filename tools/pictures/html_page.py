@@ -32,14 +32,14 @@ def marked(number):
             f"{html.escape(number.text)}</data>")
 
 
-def caption(parts):
-    return "".join(marked(p) if isinstance(p, Number) else html.escape(p) for p in parts)
+def mixed(part):
+    return marked(part) if isinstance(part, Number) else html.escape(part)
 
 
 def table(title, heads, rows):
     """`rows`: a label, which is escaped, and cells, which are markup."""
     head = "".join(f"<th scope=col>{html.escape(h)}</th>" for h in heads)
-    lines = [f"<table><caption>{html.escape(title)}</caption>"]
+    lines = [f"<table><caption>{html.escape(title)}</caption>" if title else "<table>"]
     if heads:
         lines.append(f"<thead><tr>{head}</tr></thead>")
     for label, *cells in rows:
@@ -115,8 +115,11 @@ def panel_place(panel):
 def section_markup(section):
     columns = " two" if section.columns == 2 else ""
     lines = [f'<section id="{section.name}"><h2>{html.escape(section.title)}</h2>']
-    if section.caption:
-        lines.append(f"<p class=caption>{caption(section.caption)}</p>")
+    if section.panels:
+        lines.append(f"<p class=caption>{''.join(map(mixed, section.caption))}</p>")
+    if section.table:
+        rows = [(label, *map(mixed, cells)) for label, *cells in section.table.rows]
+        lines.append(table("", section.table.heads, rows))
     if section.missing:
         lines.append(f"<p class=missing>Not shown: {escaped(' '.join(section.missing))}</p>")
     if section.panels:

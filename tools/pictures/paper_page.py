@@ -30,8 +30,8 @@ AXIS_IN = 0.55  # ticks and label at the left
 GAP_IN = 0.2
 
 
-def text_of(caption):
-    return "".join(p.text if isinstance(p, Number) else p for p in caption)
+def text_of(parts):
+    return "".join(p.text if isinstance(p, Number) else p for p in parts)
 
 
 def put_verdict(paper, run):
@@ -113,14 +113,25 @@ def put_row(paper, row, columns):
     paper.space(above_in + axes_in + BELOW_IN)
 
 
+def put_section_table(paper, table):
+    label_in = 0.7
+    widths_in = [label_in] + [(INNER_IN - label_in) / (len(table.heads) - 1)] * (
+        len(table.heads) - 1)
+    paper.row(table.heads, widths_in, size=6.5, bold=True)
+    for row in table.rows:
+        paper.row([text_of([cell]) for cell in row], widths_in, size=6.5)
+    paper.space(0.1)
+
+
 def put_section(paper, section):
     rows = [section.panels[i:i + section.columns]
             for i in range(0, len(section.panels), section.columns)]
-    words = text_of(section.caption)
+    words = text_of(section.caption) if section.panels else ""
     missing = f"Not shown: {printable(' '.join(section.missing))}" if section.missing else ""
     first_in = sum(row_heights_in(rows[0])) + BELOW_IN if rows else 0.0
+    table_in = 0.2 * (len(section.table.rows) + 2) if section.table else 0.0
     # The title is not parted from the first panels.
-    paper.need(0.6 + paper.text_height_in(words) + paper.text_height_in(missing) + first_in)
+    paper.need(0.6 + table_in + paper.text_height_in(words) + paper.text_height_in(missing) + first_in)
     paper.space(0.1)
     paper.rule(colour="#000000", thickness=1.0)
     paper.space(0.06)
@@ -129,6 +140,8 @@ def put_section(paper, section):
     for text in filter(None, (words, missing)):
         paper.text(text)
         paper.space(0.05)
+    if section.table:
+        put_section_table(paper, section.table)
     for row in rows:
         put_row(paper, row, section.columns)
 

@@ -13,6 +13,12 @@ from .panels import Panel
 
 
 @dataclass(frozen=True)
+class Table:
+    heads: tuple[str, ...]  # the first one is empty
+    rows: tuple[tuple[str | Number, ...], ...]
+
+
+@dataclass(frozen=True)
 class Section:
     name: str  # in the page
     title: str
@@ -20,6 +26,7 @@ class Section:
     panels: tuple[Panel, ...]
     missing: tuple[str, ...]  # sentences
     columns: int = 1  # of panels
+    table: Table | None = None
 
 
 def sentence(text):
@@ -43,67 +50,58 @@ def missing_channels(reasons):
                  for reason, channels in by_reason.items())
 
 
-def of_each(page, make):
-    """"channel 0: 5 Hz, channel 1: 6 Hz" for the channels for which `make` gives parts."""
-    parts = []
-    for channel in range(len(page.channels)):
-        made = make(channel)
-        if made:
-            parts += ["; " if parts else "", f"channel {channel} ", *made]
-    return parts
+def table_of(heads, page, make):
+    """A row for each channel for which `make` gives numbers. None without any."""
+    made = [(channel.number, make(channel.number)) for channel in page.channels]
+    rows = tuple((f"Channel {number}", *cells) for number, cells in made if cells)
+    return Table(("", *heads), rows) if rows else None
 
 
-def silent_channels(page):
-    words = []
-    for channel in page.channels:
-        if channel.tags:
-            continue
-        words.append({True: "it was streamed, but gave no tags",
-                      False: "it was not streamed",
-                      None: "it has no tags"}[channel.streamed])
-    return words
+def why_no_rate(channel):
+    if channel.tags:
+        return None
+    return {True: "it was streamed, but gave no tags", False: "it was not streamed",
+            None: "it has no tags"}[channel.streamed]
 
 
 def rate_caption(page):
     plot = page.rates
-    caption = ["Mean rates: ", *of_each(page, lambda c: page.channels[c].tags and [
-        rate_text(page.channels[c].rate_hz)] if page.channels[c].rate_hz is not None else None),
-        ". "] if any(c.rate_hz is not None for c in page.channels) else []
-    gaps = sum(plot.gaps_total_per_channel)
-    if gaps:
-        caption += ["Gaps: ", *of_each(page, lambda c: plot.gaps_total_per_channel[c] and [
-            count(f"gaps[{c}]", plot.gaps_total_per_channel[c]), ", together ",
-            number(f"gaps_s[{c}]", plot.gaps_length_s_per_channel[c],
-                   lambda s: time_text(s * 1e12))]), ". "]
-    else:
-        caption += ["No channel has a gap that is too long to be chance. "]
-    backwards = sum(plot.backwards_total_per_channel)
-    caption += [f"Tags that run backwards: {count_text(backwards)}. "]
+    caption = ["Look for steps, slopes and gaps: a healthy source gives a flat line. A gap is a "
+               "stretch without tags that is too long to be chance. "]
     outside = sum(plot.outside_per_channel)
     if outside:
         caption += [count("outside_view", outside),
                     " tags lie so far from the others that they are left out here. "]
     if plot.silent_tail_s > 0:
-        caption += ["The capture went on for ",
-                    number("silent_tail_s", plot.silent_tail_s, lambda s: time_text(s * 1e12)),
+        caption += ["The capture went on for ", seconds("silent_tail_s", plot.silent_tail_s),
                     " after the last tag of all. "]
-    caption += ["Look for steps, slopes and gaps: a healthy source gives a flat line. "
-                "Second 0 is the time ", exact_time("origin_ps", plot.origin_ps), "."]
-    return tuple(caption)
+    return (*caption, "Second 0 is the time ", exact_time("origin_ps", plot.origin_ps), ".")
+
+
+def seconds(name, value_s):
+    return number(name, value_s, lambda s: time_text(s * 1e12))
+
+
+def rate_table(page):
+    plot = page.rates
+
+    def row(c):
+        if not page.channels[c].tags:
+            return None
+        return (page.channels[c].rate_hz and rate_text(page.channels[c].rate_hz) or "not known",
+                count(f"gaps[{c}]", plot.gaps_total_per_channel[c]),
+                seconds(f"gaps_s[{c}]", plot.gaps_length_s_per_channel[c]),
+                count(f"backwards[{c}]", plot.backwards_total_per_channel[c]))
+    return table_of(("Mean rate", "Gaps", "All gaps together", "Tags that run backwards"), page,
+                    row)
 
 
 def rates(page):
     reason = page.rates.reason
-    missing = (sentence(reason),) if reason else missing_channels(
-        [None if c.tags else words for c, words in zip(page.channels, all_words(page))])
+    missing = (sentence(reason),) if reason else missing_channels(map(why_no_rate, page.channels))
     return Section("rates", "Tags per second on each channel over the run",
                    () if reason else rate_caption(page), channel_panels.rate_panels(page),
-                   missing)
-
-
-def all_words(page):
-    words = iter(silent_channels(page))
-    return ["" if c.tags else next(words) for c in page.channels]
+                   missing, table=None if reason else rate_table(page))
 
 
 def correlation_caption(page):
@@ -115,7 +113,7 @@ def correlation_caption(page):
         caption += [f"Channel {page.pair.channel_b} comes {time_text(abs(seen.offset_ps))} "
                     f"{'later' if seen.offset_ps >= 0 else 'earlier'}; the peak is "
                     f"{time_text(seen.fwhm_ps)} wide as far as the rms of the whole histogram "
-                    "tells, and holds ", count("histogram_pairs", seen.pairs), " pairs. "]
+                    "tells. That histogram holds ", count("histogram_pairs", seen.pairs), " pairs. "]
     if not seen.window_covers_sides:
         caption += ["The histogram is too narrow for the side windows: a slip of the clock by one "
                     f"period of {CLOCK_PERIOD_PS} ps shows only with a window of 3.4 ns or more. "]
@@ -136,7 +134,7 @@ def correlation(page):
                    f"Cross-correlation: {pair_panels.pair_title(page.pair)}",
                    () if seen.reason else correlation_caption(page),
                    pair_panels.correlation_panels(page),
-                   (sentence(seen.reason),) if seen.reason else (), columns=2)
+                   (sentence(seen.reason),) if seen.reason else ())
 
 
 def wide_caption(page):
@@ -161,95 +159,101 @@ def wide(page):
                    (sentence(view.reason),) if view.reason else ())
 
 
-def interval_caption(page):
-    def parts(channel):
-        intervals = page.intervals_per_channel[channel]
-        if intervals.reason:
-            return None
-        made = ["median ", number(f"interval_median_ps[{channel}]", intervals.median_ps,
-                                  time_text)]
-        if intervals.zero:
-            made += [", ", count(f"interval_zero[{channel}]", intervals.zero), " of 0"]
-        if intervals.negative:
-            made += [", ", count(f"interval_negative[{channel}]", intervals.negative),
-                     " backwards"]
-        return made
-    return ("Steps: ", *of_each(page, parts), ". Steps of 0 and backwards have no place on the "
-            "axis. Random events rise to one hump near the mean interval. The edge at the left "
-            "is the dead time; a hump or a shoulder right after it is afterpulses or ringing; a "
-            "single spike is a periodic signal.")
+INTERVAL_CAPTION = (
+    "Random events rise to one hump near the mean interval. The edge at the left is the dead "
+    "time; a hump or a shoulder right after it is afterpulses or ringing; a single spike is a "
+    "periodic signal. Steps of 0 and backwards have no place on the axis.",)
+
+
+def interval_row(page, channel):
+    seen = page.intervals_per_channel[channel]
+    if seen.reason:
+        return None
+    return (time_text(seen.shortest_ps),
+            number(f"interval_median_ps[{channel}]", seen.median_ps, time_text),
+            time_text(seen.longest_ps), count(f"interval_zero[{channel}]", seen.zero),
+            count(f"interval_negative[{channel}]", seen.negative))
 
 
 def intervals(page):
-    panels = channel_panels.interval_panels(page)
     return Section("intervals", "Time from one tag to the next on the same channel",
-                   interval_caption(page) if panels else (), panels,
-                   missing_channels([i.reason for i in page.intervals_per_channel]), columns=2)
+                   INTERVAL_CAPTION, channel_panels.interval_panels(page),
+                   missing_channels([i.reason for i in page.intervals_per_channel]), columns=2,
+                   table=table_of(("Shortest", "Median", "Longest", "Of 0", "Backwards"), page,
+                                  lambda channel: interval_row(page, channel)))
+
+
+DENSITY_CAPTION = (
+    f"Every tag's time modulo the clock period of {CLOCK_PERIOD_PS} ps. Signals that know nothing "
+    "of this clock fill all positions alike, up to the widths of the delay line's codes and to "
+    "chance. A single hump is a signal that is locked to the clock, as the calibration source is. "
+    "A spike at 0 means that the fine time is missing; empty stretches are codes that never "
+    "occur.",)
 
 
 def density(page):
-    panels = channel_panels.density_panels(page)
-    caption = (f"Every tag's time modulo the clock period of {CLOCK_PERIOD_PS} ps. Signals that "
-               "know nothing of this clock fill all positions alike, up to the widths of the "
-               "delay line's codes and to chance. A single hump is a signal that is locked to "
-               "the clock, as the calibration source is. A spike at 0 means that the fine time is "
-               "missing; empty stretches are codes that never occur.",)
     return Section("density", f"Where in the clock period of {CLOCK_PERIOD_PS} ps the tags fall",
-                   caption if panels else (), panels,
+                   DENSITY_CAPTION, channel_panels.density_panels(page),
                    missing_channels([c.density_reason for c in page.codes_per_channel]),
                    columns=2)
 
 
-def nonlinearity_caption(page):
-    def parts(channel):
-        codes = page.codes_per_channel[channel]
-        if codes.reason:
-            return None
-        name = f"[{channel}]"
-        return [count(f"codes{name}", len(codes.codes_ps)), " codes of ",
-                number(f"code_width_ps{name}", codes.code_width_ps, time_text), ", widths off by ",
-                percent(f"dnl_rms{name}", codes.dnl_rms), " rms (",
-                percent(f"dnl_rms_beyond_chance{name}", codes.dnl_rms_beyond_chance),
-                " beyond chance), from ", percent(f"dnl_min{name}", codes.dnl_min), " to ",
-                percent(f"dnl_max{name}", codes.dnl_max), ", together from ",
-                number(f"inl_min{name}", codes.inl_min, lambda v: plain(v, 3)), " to ",
-                number(f"inl_max{name}", codes.inl_max, lambda v: plain(v, 3)), " widths"]
-    return (*of_each(page, parts), ". What stays within the grey band is chance and goes down "
-            "with more tags. What leaves it belongs to the delay line: a code that is wider than "
-            "the others takes more tags, and the integral says how far times are off there.")
+NONLINEARITY_CAPTION = (
+    "What stays within the grey band is chance, and goes down with more tags. What leaves it "
+    "belongs to the delay line: a code that is wider than the others takes more tags, and the "
+    "integral says how far times are off there.",)
 
 
 def percent(name, value):
     return number(name, value, lambda v: f"{plain(100 * v, 3)} %")
 
 
+def share_of_width(name, value):
+    return number(name, value, lambda v: plain(v, 3))
+
+
+def nonlinearity_row(page, channel):
+    codes = page.codes_per_channel[channel]
+    if codes.reason:
+        return None
+    name = f"[{channel}]"
+    return (count(f"codes{name}", len(codes.codes_ps)),
+            number(f"code_width_ps{name}", codes.code_width_ps, time_text),
+            number(f"tags_per_code{name}", codes.tags_per_code),
+            percent(f"dnl_rms{name}", codes.dnl_rms),
+            percent(f"dnl_rms_beyond_chance{name}", codes.dnl_rms_beyond_chance),
+            percent(f"dnl_min{name}", codes.dnl_min), percent(f"dnl_max{name}", codes.dnl_max),
+            share_of_width(f"inl_min{name}", codes.inl_min),
+            share_of_width(f"inl_max{name}", codes.inl_max),
+            {True: "even, up to chance", False: "uneven", None: "not known"}[codes.even])
+
+
 def nonlinearity(page):
-    panels = channel_panels.nonlinearity_panels(page)
+    heads = ("Codes", "Mean width", "Tags per code", "Widths off, rms", "Beyond chance",
+             "Narrowest", "Widest", "Integral from", "to (widths)", "Codes are")
     return Section("nonlinearity", "Differential and integral nonlinearity of the delay lines",
-                   nonlinearity_caption(page) if panels else (), panels,
-                   missing_channels([c.reason for c in page.codes_per_channel]), columns=2)
+                   NONLINEARITY_CAPTION, channel_panels.nonlinearity_panels(page),
+                   missing_channels([c.reason for c in page.codes_per_channel]), columns=2,
+                   table=table_of(heads, page, lambda channel: nonlinearity_row(page, channel)))
 
 
-def timing_caption(page):
-    def parts(channel):
-        timing = page.timing_per_channel[channel]
-        if timing.reason:
-            return None
-        name = f"[{channel}]"
-        return ["period ", number(f"period_ps{name}", timing.period_ps, period_text), ", ",
-                count(f"pulses{name}", timing.pulses), " pulses, ",
-                count(f"missing_pulses{name}", timing.missing), " missing, error ",
-                number(f"tie_rms_ps{name}", timing.tie_rms_ps, time_text), " rms and ",
-                number(f"tie_peak_to_peak_ps{name}", timing.tie_peak_to_peak_ps, time_text),
-                " from peak to peak, periods ",
-                number(f"period_jitter_rms_ps{name}", timing.period_jitter_rms_ps, time_text),
-                " rms, change from period to period ",
-                number(f"cycle_jitter_rms_ps{name}", timing.cycle_jitter_rms_ps, time_text),
-                " rms"]
-    return (*of_each(page, parts), ". The time interval error says how late a pulse comes after "
-            "the straight line that fits all pulses best. Look for a flat band: a slope or a bow "
-            "is a clock that drifts, a step is a lost clock period, and the histogram of periods "
-            "should have one hump.")
+TIMING_CAPTION = (
+    "The time interval error says how late a pulse comes after the straight line that fits all "
+    "pulses best. Look for a flat band: a slope or a bow is a clock that drifts, a step is a lost "
+    "clock period, and the histogram of periods should have one hump.",)
+
+
+def timing_row(page, channel):
+    seen = page.timing_per_channel[channel]
+    if seen.reason:
+        return None
+    name = f"[{channel}]"
+    return (number(f"period_ps{name}", seen.period_ps, period_text),
+            count(f"pulses{name}", seen.pulses), count(f"missing_pulses{name}", seen.missing),
+            *(number(f"{key}{name}", getattr(seen, key), time_text) for key in (
+                "tie_rms_ps", "tie_peak_to_peak_ps", "period_jitter_rms_ps",
+                "period_jitter_peak_to_peak_ps", "cycle_jitter_rms_ps",
+                "cycle_jitter_peak_to_peak_ps")))
 
 
 def period_text(period_ps):
@@ -257,10 +261,12 @@ def period_text(period_ps):
 
 
 def timing(page):
-    panels = channel_panels.timing_panels(page)
-    return Section("timing", "Periodic signal: time interval error and jitter",
-                   timing_caption(page) if panels else (), panels,
-                   missing_channels([t.reason for t in page.timing_per_channel]), columns=2)
+    heads = ("Mean period", "Pulses", "Missing", "Error, rms", "peak to peak", "Period, rms",
+             "peak to peak", "Period to period, rms", "peak to peak")
+    return Section("timing", "Periodic signal: time interval error and jitter", TIMING_CAPTION,
+                   channel_panels.timing_panels(page),
+                   missing_channels([t.reason for t in page.timing_per_channel]), columns=2,
+                   table=table_of(heads, page, lambda channel: timing_row(page, channel)))
 
 
 def sections_of(page: Page) -> tuple[Section, ...]:
