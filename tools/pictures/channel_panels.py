@@ -81,11 +81,8 @@ def density_panels(page):
     for channel, codes in enumerate(page.codes_per_channel):
         if codes.density_reason:
             continue
-        mean = float(codes.counts.mean())
         series = (Histogram(np.arange(CLOCK_PERIOD_PS + 1) - 0.5, codes.counts,
-                            line_of(channel)),
-                  Curve(np.array([0.0, CLOCK_PERIOD_PS]), np.array([mean, mean]),
-                        Line(MARK_COLOUR, "dash"), f"mean ({mean:.4g})"))
+                            line_of(channel)),)
         panels.append(Panel(f"density-{channel}", f"Channel {channel}", code_axis(),
                             count_axis("Tags per ps of position", int(codes.counts.max())),
                             channel, series, "codes"))
