@@ -12,7 +12,8 @@ from . import figures, named_numbers
 from .html_panels import plot_of
 from .look import CHANNEL_COLOURS, printable
 from .named_numbers import Number
-from .sections import sections_of
+from .remarks import remarks_on
+from .sections import sections_of, source
 
 HERE = pathlib.Path(__file__).parent
 # Nothing is loaded from anywhere, whatever the page's texts say.
@@ -36,10 +37,12 @@ def mixed(part):
     return marked(part) if isinstance(part, Number) else html.escape(part)
 
 
-def table(title, heads, rows):
+def table(title, heads, rows, even=False):
     """`rows`: a label, which is escaped, and cells, which are markup."""
     head = "".join(f"<th scope=col>{html.escape(h)}</th>" for h in heads)
-    lines = [f"<table><caption>{html.escape(title)}</caption>" if title else "<table>"]
+    lines = ["<table class=even>" if even else "<table>"]
+    if title:
+        lines.append(f"<caption>{html.escape(title)}</caption>")
     if heads:
         lines.append(f"<thead><tr>{head}</tr></thead>")
     for label, *cells in rows:
@@ -76,16 +79,22 @@ def numbers(page):
     rows = [(row.label, *map(marked, row.numbers)) for row in named_numbers.channel_rows(page)]
     heads = ("Per channel", *(f"Channel {c.number}" for c in page.channels))
     pair_rows = [(row.label, *map(marked, row.numbers)) for row in named_numbers.pair_rows(page)]
-    return (table("Figures of the channels", heads, rows)
+    return (table("Figures of the channels", heads, rows, even=True)
             + table(f"Figures of the pair, channels {pair.channel_a} and {pair.channel_b}, within "
-                    f"±{pair.window_ps:,} ps", (), pair_rows))
+                    f"±{pair.window_ps:,} ps", (), pair_rows, even=True))
 
 
 def header(page):
     run = page.run
-    lines = [f"<h1>Time tags of {escaped(run.tags_file)}</h1>", verdict(run)]
+    lines = [f"<h1>Time tags of {escaped(run.tags_file)}</h1>",
+             f"<p id=source>{escaped(source(run))}</p>", verdict(run)]
     if page.notes:
         lines += ["<ul id=notes>", *(f"<li>{escaped(note)}</li>" for note in page.notes), "</ul>"]
+    found = remarks_on(page)
+    if found:
+        lines += ["<h3>Look at</h3>", "<ul id=remarks>",
+                  *(f'<li><a href="#{remark.section}">{html.escape(remark.text)}</a></li>'
+                    for remark in found), "</ul>"]
     lines += [limits(run), numbers(page), "<div class=tables>",
               f"<div>{plain_table('Settings', run.settings)}</div>",
               f"<div>{plain_table('Unit and run', run.identity)}</div>", "</div>"]

@@ -37,15 +37,15 @@ def ends(axis):
 
 
 def histogram(drawn, panel):
-    values = numbers(drawn.values)
-    values += values[-1:]  # the last bin reaches to the last edge
+    x, y = drawn.corners(0.0)
+    values = numbers(y)
     hover = "from %{x}: %{y}"
     more = {}
     if panel.y.log:  # a logarithm has no 0, but the mouse shows it
         more["customdata"] = values
         hover = "from %{x}: %{customdata}"
         values = [max(v, panels.LOG_FLOOR) for v in values]
-    return trace(drawn.name, x=numbers(drawn.edges), y=values, mode="lines",
+    return trace("", x=numbers(x), y=values, mode="lines",
                  line=line(drawn.line) | {"shape": "hv"}, fill="tozeroy",
                  fillcolor=see_through(drawn.line.colour, 0.25), meta="histogram",
                  hovertemplate=f"{hover}<extra></extra>", **more)
@@ -117,11 +117,10 @@ def axis(drawn):
 
 def plot_of(panel):
     """What Plotly.newPlot() draws."""
-    named = sum(1 for s in panel.series if s.name)
     layout = {"template": "none", "height": TALL_HEIGHT if panel.tall else HEIGHT,
               "margin": {"l": 70, "r": 20, "t": 12, "b": 50}, "hovermode": "closest",
               "font": {"family": "system-ui, sans-serif", "size": 12},
-              "xaxis": axis(panel.x), "yaxis": axis(panel.y), "showlegend": named > 0,
+              "xaxis": axis(panel.x), "yaxis": axis(panel.y), "showlegend": bool(panel.names()),
               "legend": {"orientation": "h", "x": 0, "xanchor": "left", "y": 1.02,
                          "yanchor": "bottom"}}
     figure = go.Figure(data=[MAKERS[type(s)](s, panel) for s in panel.series], layout=layout)

@@ -9,6 +9,8 @@ from typing import NamedTuple
 from . import figures
 from .look import count_text, plain, rate_text, time_text
 
+UNKNOWN = "–"
+
 
 class Number(NamedTuple):
     name: str
@@ -24,7 +26,7 @@ class NumberRow(NamedTuple):
 def number(name, value, text=None):
     """`text` writes the value for people."""
     if value is None:
-        return Number(name, "", "not known")
+        return Number(name, "", UNKNOWN)
     return Number(name, repr(value), (text or plain)(value))
 
 
@@ -35,7 +37,7 @@ def count(name, value):
 def ranking(name, entries):
     """As the report writes it: position:count, the fullest first."""
     text = ",".join(f"{position}:{entries_there}" for position, entries_there in entries)
-    return Number(name, text, text.replace(",", ", ") or "none")
+    return Number(name, text, text.replace(",", ", ") or UNKNOWN)
 
 
 def exact_time(name, value_ps):

@@ -26,10 +26,16 @@ class Axis:
 
 @dataclass(frozen=True, eq=False)
 class Histogram:
+    """Steps that begin and end at the lower end of the panel."""
     edges: np.ndarray  # one more than there are values
     values: np.ndarray
     line: Line
-    name: str = ""  # in the legend; empty: not there
+
+    def corners(self, base):
+        """(x, y) of the steps; a value holds up to the next x."""
+        edges, values = np.asarray(self.edges), np.asarray(self.values, dtype=float)
+        return (np.concatenate([edges[:1], edges]),
+                np.concatenate([[base], values, [base]]))
 
 
 @dataclass(frozen=True, eq=False)
@@ -94,3 +100,7 @@ class Panel:
     series: tuple = field(default=())
     together: str = ""  # panels with the same word are zoomed together along x
     tall: bool = False
+
+    def names(self):
+        """What the legend says."""
+        return [s.name for s in self.series if getattr(s, "name", "")]

@@ -10,7 +10,8 @@ from . import figures, named_numbers, paper_panels
 from .look import printable
 from .named_numbers import Number
 from .paper import INNER_IN, LEFT_IN, POINTS_PER_IN, Paper, LINE, wrapped
-from .sections import sections_of
+from .remarks import remarks_on
+from .sections import sections_of, source
 
 DOTS_PER_IN = 130  # of a PNG
 # Dollar signs and underscores in texts are just these. Text stays text in a PDF.
@@ -80,10 +81,17 @@ def put_numbers(paper, page):
 def put_header(paper, page):
     run = page.run
     paper.text(f"Time tags of {printable(run.tags_file)}", 13, bold=True)
+    paper.text(printable(source(run)))
     paper.space(0.1)
     put_verdict(paper, run)
     for note in page.notes:
         paper.text(f"• {printable(note)}", 8)
+    found = remarks_on(page)
+    if found:
+        paper.space(0.05)
+        paper.text("Look at", 9, bold=True)
+    for remark in found:
+        paper.text(f"• {remark.text}", 8)
     put_table(paper, "Limits", ("Condition", "Result", "Seen"),
               [(limit.text, MET[limit.met], limit.seen or "") for limit in run.limits],
               [3.5, 1.2, INNER_IN - 4.7])

@@ -17,14 +17,13 @@ def style(line):
 
 
 def histogram(axes, drawn, panel):
-    values = np.asarray(drawn.values, dtype=float)
     base = panels.LOG_FLOOR if panel.y.log else 0.0
-    # The last bin reaches to the last edge.
-    shown = np.maximum(np.append(values, values[-1:]), base)
-    axes.fill_between(drawn.edges, shown, base, step="post", color=drawn.line.colour, alpha=0.3,
+    x, y = drawn.corners(base)
+    shown = np.maximum(y, base)
+    axes.fill_between(x, shown, base, step="post", color=drawn.line.colour, alpha=0.3,
                       linewidth=0)
-    axes.step(drawn.edges, shown, where="post", color=drawn.line.colour,
-              linewidth=0.8 * drawn.line.width, label=drawn.name or None)
+    axes.step(x, shown, where="post", color=drawn.line.colour,
+              linewidth=0.8 * drawn.line.width)
 
 
 def curve(axes, drawn, panel):
@@ -85,7 +84,7 @@ def legend(axes):
 
 def legend_lines(panel):
     """Height that the legend of the panel needs."""
-    return (sum(1 for s in panel.series if s.name) + 1) // 2
+    return (len(panel.names()) + 1) // 2
 
 
 def draw(axes, panel):

@@ -6,10 +6,11 @@ A caption is a list of texts and numbers; a page that can mark numbers does so.
 from dataclasses import dataclass
 
 from . import channel_panels, pair_panels
-from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS, Page
+from .figures import BIN_WIDTH_PS, CHANNELS, CLOCK_PERIOD_PS, Page
 from .look import count_text, plain, rate_text, time_text
-from .named_numbers import Number, count, exact_time, number
+from .named_numbers import UNKNOWN, Number, count, exact_time, number
 from .panels import Panel
+from .remarks import peak_is_cut
 
 
 @dataclass(frozen=True)
@@ -37,6 +38,8 @@ def channels_text(numbers):
     names = [str(n) for n in numbers]
     if len(names) == 1:
         return f"Channel {names[0]}"
+    if len(names) == CHANNELS:
+        return "All channels"
     return f"Channels {', '.join(names[:-1])} and {names[-1]}"
 
 
@@ -60,8 +63,8 @@ def table_of(heads, page, make):
 def why_no_rate(channel):
     if channel.tags:
         return None
-    return {True: "it was streamed, but gave no tags", False: "it was not streamed",
-            None: "it has no tags"}[channel.streamed]
+    return {True: "streamed, but no tags came", False: "not streamed",
+            None: "no tags"}[channel.streamed]
 
 
 def rate_caption(page):
@@ -75,7 +78,9 @@ def rate_caption(page):
     if plot.silent_tail_s > 0:
         caption += ["The capture went on for ", seconds("silent_tail_s", plot.silent_tail_s),
                     " after the last tag of all. "]
-    return (*caption, "Second 0 is the time ", exact_time("origin_ps", plot.origin_ps), ".")
+    width_s = float(plot.edges_s[1] - plot.edges_s[0])
+    return (*caption, f"A bin is {time_text(width_s * 1e12)} wide, and one tag in it makes "
+            f"{plain(1 / width_s, 3)} per second. ", "Second 0 is the time ", exact_time("origin_ps", plot.origin_ps), ".")
 
 
 def seconds(name, value_s):
@@ -88,7 +93,8 @@ def rate_table(page):
     def row(c):
         if not page.channels[c].tags:
             return None
-        return (page.channels[c].rate_hz and rate_text(page.channels[c].rate_hz) or "not known",
+        rate_hz = page.channels[c].rate_hz
+        return (UNKNOWN if rate_hz is None else rate_text(rate_hz),
                 count(f"gaps[{c}]", plot.gaps_total_per_channel[c]),
                 seconds(f"gaps_s[{c}]", plot.gaps_length_s_per_channel[c]),
                 count(f"backwards[{c}]", plot.backwards_total_per_channel[c]))
@@ -114,6 +120,9 @@ def correlation_caption(page):
                     f"{'later' if seen.offset_ps >= 0 else 'earlier'}; the peak is "
                     f"{time_text(seen.fwhm_ps)} wide as far as the rms of the whole histogram "
                     "tells. That histogram holds ", count("histogram_pairs", seen.pairs), " pairs. "]
+    if peak_is_cut(page):
+        caption += ["The peak reaches out of the coincidence window: offset, coincidences and "
+                    "width miss a part of it until the window is made wider. "]
     if not seen.window_covers_sides:
         caption += ["The histogram is too narrow for the side windows: a slip of the clock by one "
                     f"period of {CLOCK_PERIOD_PS} ps shows only with a window of 3.4 ns or more. "]
@@ -144,7 +153,8 @@ def wide_caption(page):
                f"{count_text(view.tags_total)} of channel {page.pair.channel_a}. "]
     if view.peak_ps is not None:
         caption += ["The fullest bin lies at ",
-                    number("wide_peak_ps", view.peak_ps, time_text), ". "]
+                    number("wide_peak_ps", view.peak_ps, time_text),
+                    f", give or take {time_text(view.bin_width_ps / 2)}. "]
     caption += ["Look for the peak: one outside of the coincidence window is a delay, of 1 ns "
                 "per 20 cm of cable. Several at equal distances are a periodic signal. None "
                 "means that the two channels see different things."]
@@ -225,7 +235,7 @@ def nonlinearity_row(page, channel):
             percent(f"dnl_min{name}", codes.dnl_min), percent(f"dnl_max{name}", codes.dnl_max),
             share_of_width(f"inl_min{name}", codes.inl_min),
             share_of_width(f"inl_max{name}", codes.inl_max),
-            {True: "even, up to chance", False: "uneven", None: "not known"}[codes.even])
+            {True: "even, up to chance", False: "uneven", None: UNKNOWN}[codes.even])
 
 
 def nonlinearity(page):
@@ -272,3 +282,10 @@ def timing(page):
 def sections_of(page: Page) -> tuple[Section, ...]:
     return (rates(page), correlation(page), wide(page), intervals(page), density(page),
             nonlinearity(page), timing(page))
+
+
+def source(run):
+    """Where the page's numbers come from."""
+    start = f"Run of {run.start}. " if run.start is not None else ""
+    told = f"{run.json_file} tells" if run.json_file is not None else "No document tells"
+    return f"{start}The tags are those of {run.tags_file}; {told} of the run itself."
