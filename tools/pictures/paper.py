@@ -87,7 +87,8 @@ class Paper:
                              fontproperties=font(size, bold))
 
     def text(self, text, size=8, bold=False, colour="#000000", indent_in=0.0):
-        for line in wrapped(drawable(text), size, INNER_IN - indent_in, bold):
+        # As far from the right end as from the left one.
+        for line in wrapped(drawable(text), size, INNER_IN - 2 * indent_in, bold):
             height_in = LINE * size / POINTS_PER_IN
             self.need(height_in)
             self.put(line, LEFT_IN + indent_in, size, bold, colour)

@@ -122,12 +122,14 @@ def put_row(paper, row, columns):
 
 
 def put_section_table(paper, table):
-    label_in = 0.7
-    widths_in = [label_in] + [(INNER_IN - label_in) / (len(table.heads) - 1)] * (
-        len(table.heads) - 1)
+    rows = [[text_of([cell]) for cell in row] for row in table.rows]
+    # A column is as wide as its longest cell asks for; a head may take two lines.
+    asked = [max(len(head) / 2, *(len(row[i]) for row in rows)) + 3
+             for i, head in enumerate(table.heads)]
+    widths_in = [INNER_IN * share / sum(asked) for share in asked]
     paper.row(table.heads, widths_in, size=6.5, bold=True)
-    for row in table.rows:
-        paper.row([text_of([cell]) for cell in row], widths_in, size=6.5)
+    for row in rows:
+        paper.row(row, widths_in, size=6.5)
     paper.space(0.1)
 
 

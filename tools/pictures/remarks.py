@@ -14,18 +14,32 @@ class Remark(NamedTuple):
     text: str
 
 
+def times(count):
+    return "once" if count == 1 else f"{count_text(count)} times"
+
+
+def of_gaps(rates, c):
+    gaps = rates.gaps_per_channel[c]
+    if not gaps:
+        return
+    last = gaps[-1]
+    if last.end_s == rates.end_s:
+        yield Remark("rates", f"Channel {c} is silent for the last "
+                     f"{time_text((last.end_s - last.start_s) * 1e12, 3)} of the run.")
+    if rates.gaps_total_per_channel[c] > 1 or last.end_s != rates.end_s:
+        length = time_text(rates.gaps_length_s_per_channel[c] * 1e12, 3)
+        yield Remark("rates", f"Channel {c} pauses {times(rates.gaps_total_per_channel[c])}, for "
+                     f"{length} in all.")
+
+
 def of_channel(page, channel):
     c = channel.number
     if channel.streamed and not channel.tags:
         yield Remark("rates", f"Channel {c} was streamed, but no tags came.")
-    if page.rates.gaps_total_per_channel[c]:
-        length = time_text(page.rates.gaps_length_s_per_channel[c] * 1e12, 3)
-        gaps = page.rates.gaps_total_per_channel[c]
-        times = "once" if gaps == 1 else f"{count_text(gaps)} times"
-        yield Remark("rates", f"Channel {c} pauses {times}, for {length} in all.")
+    yield from of_gaps(page.rates, c)
     if channel.monotonic_violations:
         yield Remark("rates", f"On channel {c} time runs backwards "
-                     f"{count_text(channel.monotonic_violations)} times.")
+                     f"{times(channel.monotonic_violations)}.")
     codes = page.codes_per_channel[c]
     if not codes.reason and codes.even is False:
         yield Remark("nonlinearity", f"The delay line of channel {c} is uneven by "

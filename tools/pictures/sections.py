@@ -148,9 +148,11 @@ def correlation(page):
 
 def wide_caption(page):
     view = page.wide
+    sample = view.tags_used < view.tags_total
     caption = [count("wide_pairs", view.pairs), " pairs of ",
-               count("wide_tags_used", view.tags_used), " tags, evenly spread over the "
-               f"{count_text(view.tags_total)} of channel {page.pair.channel_a}. "]
+               count("wide_tags_used", view.tags_used),
+               f" tags, a sample that is evenly spread over the {count_text(view.tags_total)} "
+               if sample else " tags, which are all ", f"of channel {page.pair.channel_a}. "]
     if view.peak_ps is not None:
         caption += ["The fullest bin lies at ",
                     number("wide_peak_ps", view.peak_ps, time_text),
