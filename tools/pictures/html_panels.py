@@ -4,7 +4,7 @@ import numpy as np
 import plotly.graph_objects as go
 
 from . import panels
-from .look import GAP_COLOUR, MARK_COLOUR
+from .look import MARK_COLOUR
 
 HEIGHT = 260  # of a panel, in pixels
 TALL_HEIGHT = 380
@@ -71,12 +71,15 @@ def verticals(drawn, panel):
 
 
 def stretches(drawn, panel):
+    """Hatched, so that grey print does not make them a part of the data."""
     low, high = ends(panel.y)
-    x = [v for span in drawn.spans for v in (span[0], span[0], span[1], span[1], span[0], None)]
-    y = [low, high, high, low, low, None] * len(drawn.spans)
-    return trace(drawn.name, x=x, y=y, mode="lines", fill="toself", hoveron="fills",
-                 line={"width": 1, "color": drawn.colour, "dash": "dot"},
-                 fillcolor=see_through(drawn.colour, 0.35), hoverinfo="name", meta="stretches")
+    lows, highs = zip(*drawn.spans)
+    middles = (np.array(lows) + np.array(highs)) / 2
+    return go.Bar(name=drawn.name, x=numbers(middles), width=numbers(np.subtract(highs, lows)),
+                  base=low, y=[high - low] * len(drawn.spans), hoverinfo="name", meta="stretches",
+                  marker={"color": "#ffffff", "line": {"width": 1, "color": drawn.colour},
+                          "pattern": {"shape": "/", "fgcolor": drawn.colour, "size": 7,
+                                      "solidity": 0.2}})
 
 
 def points(drawn, panel):
@@ -120,7 +123,7 @@ def plot_of(panel):
     layout = {"template": "none", "height": TALL_HEIGHT if panel.tall else HEIGHT,
               "margin": {"l": 70, "r": 20, "t": 12, "b": 50}, "hovermode": "closest",
               "font": {"family": "system-ui, sans-serif", "size": 12},
-              "xaxis": axis(panel.x), "yaxis": axis(panel.y), "showlegend": bool(panel.names()),
+              "barmode": "overlay", "xaxis": axis(panel.x), "yaxis": axis(panel.y), "showlegend": bool(panel.names()),
               "legend": {"orientation": "h", "x": 0, "xanchor": "left", "y": 1.02,
                          "yanchor": "bottom"}}
     figure = go.Figure(data=[MAKERS[type(s)](s, panel) for s in panel.series], layout=layout)

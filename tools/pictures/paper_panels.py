@@ -4,7 +4,7 @@ import numpy as np
 from matplotlib.ticker import FixedFormatter, FixedLocator, FuncFormatter, NullLocator
 
 from . import panels
-from .look import GAP_COLOUR, MARK_COLOUR, short_count
+from .look import MARK_COLOUR, short_count
 
 DASHES = {"solid": "-", "dash": "--", "dot": ":", "dashdot": "-."}
 SYMBOLS = {"star": "*", "triangle": "v"}
@@ -42,7 +42,7 @@ def verticals(axes, drawn, panel):
 
 def stretches(axes, drawn, panel):
     for low, high in drawn.spans:
-        axes.axvspan(low, high, facecolor="#dddddd", edgecolor=drawn.colour, hatch="////",
+        axes.axvspan(low, high, facecolor="#ffffff", edgecolor=drawn.colour, hatch="////",
                      linewidth=0.5, label=drawn.name)
 
 
