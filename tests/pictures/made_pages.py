@@ -4,6 +4,8 @@ import dataclasses
 
 import numpy as np
 
+import plots  # noqa: F401: it knows where the package is
+
 from pictures import figures
 from pictures.figures import (Backwards, Channel, CodeDensity, Correlation, Gap, Intervals, Limit,
                               Page, Pair, PeriodicTiming, RatePlot, Residues, Row, Run, Steps,
@@ -123,3 +125,13 @@ def full():
                 correlation=correlation(), wide=wide(),
                 intervals_per_channel=(intervals(),) * 4, codes_per_channel=(codes(),) * 4,
                 timing_per_channel=(timing(),) * 4, notes=("A row was left out.",))
+
+
+def bare(reason):
+    """A page without a plot."""
+    page = full()
+    return dataclasses.replace(
+        page, rates=without(page.rates, reason), correlation=without(page.correlation, reason),
+        wide=without(page.wide, reason), intervals_per_channel=(without(intervals(), reason),) * 4,
+        codes_per_channel=(without(codes(), reason, density_reason=reason),) * 4,
+        timing_per_channel=(without(timing(), reason),) * 4)

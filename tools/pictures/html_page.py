@@ -118,7 +118,7 @@ def panel_place(panel):
     channel = "" if panel.channel is None else f' data-channel="{panel.channel}"'
     together = f' data-together="{panel.together}"' if panel.together else ""
     return (f"<figure class=panel{channel}{together}><h3>{html.escape(panel.title)}</h3>"
-            f'<div class=plot id="plot-{panel.name}"></div></figure>')
+            f'<div class=place id="plot-{panel.name}"></div></figure>')
 
 
 def section_markup(section):

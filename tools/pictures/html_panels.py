@@ -121,7 +121,7 @@ def axis(drawn):
 def plot_of(panel):
     """What Plotly.newPlot() draws."""
     layout = {"template": "none", "height": TALL_HEIGHT if panel.tall else HEIGHT,
-              "margin": {"l": 70, "r": 20, "t": 12, "b": 50}, "hovermode": "closest",
+              "margin": {"l": 70, "r": 20, "t": 12, "b": 50}, "hovermode": "x",
               "font": {"family": "system-ui, sans-serif", "size": 12},
               "barmode": "overlay", "xaxis": axis(panel.x), "yaxis": axis(panel.y), "showlegend": bool(panel.names()),
               "legend": {"orientation": "h", "x": 0, "xanchor": "left", "y": 1.02,

@@ -6,7 +6,7 @@ const config = { responsive: true, displaylogo: false,
                  modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
 
 function plots(selector) {
-  return [...document.querySelectorAll(selector)].map((panel) => panel.querySelector(".plot"));
+  return [...document.querySelectorAll(selector)].map((panel) => panel.querySelector(".place"));
 }
 
 // The same range in all panels that belong together; the others' own events end there.
