@@ -2,8 +2,6 @@
 with the numbers that were calculated."""
 
 import dataclasses
-import json
-import pathlib
 import unittest
 
 import numpy as np

@@ -3,9 +3,11 @@
 import math
 
 from .look import short_count, time_text, time_unit
-from .panels import LOG_FLOOR, Axis
+from .panels import Axis
 
 MOST_TICKS = 9
+# Lowest end of a logarithmic axis of counts: a bin with 1 stands out, one with 0 does not.
+LOG_FLOOR = 0.7
 
 
 def widened(low, high):
@@ -33,10 +35,11 @@ def log_time_axis(label, shortest_ps, longest_ps):
     return Axis(label, low, high, log=True, ticks=ticks)
 
 
-def log_count_axis(label, most):
-    high = max(2.0 * most, 15.0)
-    ticks = tuple((count, short_count(count)) for count in decades(1, high))
-    return Axis(label, LOG_FLOOR, high, log=True, counts=True, ticks=ticks)
+def log_count_axis(label, most, least=1.0):
+    """`least`: the smallest of the values that are not 0."""
+    low, high = LOG_FLOOR * min(1.0, least), max(2.0 * most, 15.0)
+    ticks = tuple((count, short_count(count)) for count in decades(low, high))
+    return Axis(label, low, high, log=True, counts=True, ticks=ticks)
 
 
 def count_axis(label, most):

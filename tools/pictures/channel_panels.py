@@ -5,12 +5,12 @@ Panels of one kind have the same horizontal axis, so that channels can be compar
 
 import numpy as np
 
-from .axes import count_axis, log_count_axis, log_time_axis, seconds_axis, time_axis
-from .axes import widened
+from .axes import (count_axis, log_count_axis, log_time_axis, seconds_axis, time_axis,
+                   widened)
 from .figures import CLOCK_PERIOD_PS
 from .look import (CHANCE_COLOUR, CHANNEL_COLOURS, GAP_COLOUR, MARK_COLOUR, Line,
                            count_text, time_text)
-from .panels import (Axis, Band, Curve, Histogram, Panel, Points, Stretches, Verticals)
+from .panels import Axis, Band, Curve, Histogram, Panel, Points, Stretches, Verticals
 
 CHANCE_SIGMAS = 3
 
@@ -53,6 +53,13 @@ def rate_panels(page):
     return tuple(rate_panel(page, c.number) for c in page.channels if c.tags)
 
 
+def per_part_of_octave(intervals):
+    """The bins of an octave are equally wide in time, and so not on the axis: as they are,
+    random events would rise in stairs."""
+    octaves = np.log2(intervals.edges_ps[1:] / intervals.edges_ps[:-1])
+    return intervals.counts / (8 * octaves)
+
+
 def interval_panels(page):
     shown = [(c, i) for c, i in enumerate(page.intervals_per_channel) if not i.reason]
     if not shown:
@@ -61,12 +68,14 @@ def interval_panels(page):
                       max(i.longest_ps for _, i in shown))
     panels = []
     for channel, intervals in shown:
-        series = (Histogram(intervals.edges_ps, intervals.counts, line_of(channel)),
+        steps = per_part_of_octave(intervals)
+        series = (Histogram(intervals.edges_ps, steps, line_of(channel)),
                   Verticals((intervals.shortest_ps,), Line(MARK_COLOUR, "dot"),
                             f"shortest ({time_text(intervals.shortest_ps)})"),
                   Verticals((intervals.median_ps,), Line(CHANCE_COLOUR, "dash", 1.6),
                             f"median ({time_text(intervals.median_ps)})"))
-        y = log_count_axis("Steps per 1/8 octave", int(intervals.counts.max()))
+        y = log_count_axis("Steps per 1/8 octave", float(steps.max()),
+                           float(steps[steps > 0].min()))
         panels.append(Panel(f"intervals-{channel}", f"Channel {channel}", x, y, channel, series,
                             "intervals"))
     return tuple(panels)

@@ -37,10 +37,10 @@ def mixed(part):
     return marked(part) if isinstance(part, Number) else html.escape(part)
 
 
-def table(title, heads, rows, even=False):
+def table(title, heads, rows, kind="even"):
     """`rows`: a label, which is escaped, and cells, which are markup."""
     head = "".join(f"<th scope=col>{html.escape(h)}</th>" for h in heads)
-    lines = ["<table class=even>" if even else "<table>"]
+    lines = [f"<table class={kind}>"]
     if title:
         lines.append(f"<caption>{html.escape(title)}</caption>")
     if heads:
@@ -71,7 +71,8 @@ def limits(run):
 
 
 def plain_table(title, rows):
-    return table(title, (), [(row.label, escaped(row.value)) for row in rows]) if rows else ""
+    return table(title, (), [(row.label, escaped(row.value)) for row in rows],
+                 "pairs") if rows else ""
 
 
 def numbers(page):
@@ -79,9 +80,9 @@ def numbers(page):
     rows = [(row.label, *map(marked, row.numbers)) for row in named_numbers.channel_rows(page)]
     heads = ("Per channel", *(f"Channel {c.number}" for c in page.channels))
     pair_rows = [(row.label, *map(marked, row.numbers)) for row in named_numbers.pair_rows(page)]
-    return (table("Figures of the channels", heads, rows, even=True)
+    return (table("Figures of the channels", heads, rows)
             + table(f"Figures of the pair, channels {pair.channel_a} and {pair.channel_b}, within "
-                    f"±{pair.window_ps:,} ps", (), pair_rows, even=True))
+                    f"±{pair.window_ps:,} ps", (), pair_rows))
 
 
 def header(page):
@@ -128,7 +129,7 @@ def section_markup(section):
         lines.append(f"<p class=caption>{''.join(map(mixed, section.caption))}</p>")
     if section.table:
         rows = [(label, *map(mixed, cells)) for label, *cells in section.table.rows]
-        lines.append(table("", section.table.heads, rows))
+        lines.append(table("", section.table.heads, rows, "narrow"))
     if section.missing:
         lines.append(f"<p class=missing>Not shown: {escaped(' '.join(section.missing))}</p>")
     if section.panels:
@@ -157,7 +158,8 @@ def markup(page):
         f"<title>{escaped(page.run.tags_file)}</title>",
         f"<style>{(HERE / 'page.css').read_text(encoding='utf-8')}</style></head><body>",
         "<noscript><p>The plots need JavaScript; the figures do not.</p></noscript>",
-        '<p id="trouble" hidden></p>', header(page), channel_switches(page), *map(section_markup, sections),
+        '<p id="trouble" hidden></p>', header(page), channel_switches(page),
+        *map(section_markup, sections),
         f'<script type="application/json" id="panels">{script_safe(plots)}</script>',
         f'<script type="text/plain" id="library">{packed_library()}</script>',
         f"<script>{(HERE / 'page.js').read_text(encoding='utf-8')}</script>",

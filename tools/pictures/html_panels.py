@@ -44,7 +44,7 @@ def histogram(drawn, panel):
     if panel.y.log:  # a logarithm has no 0, but the mouse shows it
         more["customdata"] = values
         hover = "from %{x}: %{customdata}"
-        values = [max(v, panels.LOG_FLOOR) for v in values]
+        values = [max(v, panel.y.low) for v in values]
     return trace("", x=numbers(x), y=values, mode="lines",
                  line=line(drawn.line) | {"shape": "hv"}, fill="tozeroy",
                  fillcolor=see_through(drawn.line.colour, 0.25), meta="histogram",
@@ -121,9 +121,12 @@ def axis(drawn):
 def plot_of(panel):
     """What Plotly.newPlot() draws."""
     layout = {"template": "none", "height": TALL_HEIGHT if panel.tall else HEIGHT,
-              "margin": {"l": 70, "r": 20, "t": 12, "b": 50}, "hovermode": "x",
+              "margin": {"l": 70, "r": 45, "t": 12, "b": 50}, "hovermode": "x",
+              # Upright beside the panel, where it covers no legend.
+              "modebar": {"orientation": "v", "bgcolor": "rgba(255,255,255,0)"},
               "font": {"family": "system-ui, sans-serif", "size": 12},
-              "barmode": "overlay", "xaxis": axis(panel.x), "yaxis": axis(panel.y), "showlegend": bool(panel.names()),
+              "barmode": "overlay", "xaxis": axis(panel.x), "yaxis": axis(panel.y),
+              "showlegend": bool(panel.names()),
               "legend": {"orientation": "h", "x": 0, "xanchor": "left", "y": 1.02,
                          "yanchor": "bottom"}}
     figure = go.Figure(data=[MAKERS[type(s)](s, panel) for s in panel.series], layout=layout)

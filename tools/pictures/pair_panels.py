@@ -5,7 +5,7 @@ so a mark stands at the same place in all of them.
 """
 
 from .axes import count_axis, log_count_axis, time_axis
-from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS
+from .figures import BIN_WIDTH_PS
 from .look import (CHANCE_COLOUR, GAP_COLOUR, MARK_COLOUR, PAIR_COLOUR, Line, count_text,
                            time_text)
 from .panels import Histogram, Panel, Points, Stretches, Verticals, Width

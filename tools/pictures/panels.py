@@ -10,9 +10,6 @@ import numpy as np
 
 from .look import Line
 
-# Lowest end of a logarithmic axis of counts: a bin with 1 stands out, one with 0 does not.
-LOG_FLOOR = 0.7
-
 
 @dataclass(frozen=True)
 class Axis:

@@ -9,7 +9,7 @@ from matplotlib.backends.backend_pdf import PdfPages
 from . import figures, named_numbers, paper_panels
 from .look import printable
 from .named_numbers import Number
-from .paper import INNER_IN, LEFT_IN, POINTS_PER_IN, Paper, LINE, wrapped
+from .paper import INNER_IN, LEFT_IN, Paper
 from .remarks import remarks_on
 from .sections import sections_of, source
 
@@ -141,7 +141,8 @@ def put_section(paper, section):
     first_in = sum(row_heights_in(rows[0])) + BELOW_IN if rows else 0.0
     table_in = 0.2 * (len(section.table.rows) + 2) if section.table else 0.0
     # The title is not parted from the first panels.
-    paper.need(0.6 + table_in + paper.text_height_in(words) + paper.text_height_in(missing) + first_in)
+    paper.need(0.6 + table_in + first_in
+               + sum(paper.text_height_in(text) for text in (words, missing)))
     paper.space(0.1)
     paper.rule(colour="#000000", thickness=1.0)
     paper.space(0.06)

@@ -17,7 +17,7 @@ def style(line):
 
 
 def histogram(axes, drawn, panel):
-    base = panels.LOG_FLOOR if panel.y.log else 0.0
+    base = panel.y.low if panel.y.log else 0.0
     x, y = drawn.corners(base)
     shown = np.maximum(y, base)
     axes.fill_between(x, shown, base, step="post", color=drawn.line.colour, alpha=0.3,

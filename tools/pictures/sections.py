@@ -80,7 +80,8 @@ def rate_caption(page):
                     " after the last tag of all. "]
     width_s = float(plot.edges_s[1] - plot.edges_s[0])
     return (*caption, f"A bin is {time_text(width_s * 1e12)} wide, and one tag in it makes "
-            f"{plain(1 / width_s, 3)} per second. ", "Second 0 is the time ", exact_time("origin_ps", plot.origin_ps), ".")
+            f"{plain(1 / width_s, 3)} per second. Second 0 is the time ",
+            exact_time("origin_ps", plot.origin_ps), ".")
 
 
 def seconds(name, value_s):
@@ -119,7 +120,8 @@ def correlation_caption(page):
         caption += [f"Channel {page.pair.channel_b} comes {time_text(abs(seen.offset_ps))} "
                     f"{'later' if seen.offset_ps >= 0 else 'earlier'}; the peak is "
                     f"{time_text(seen.fwhm_ps)} wide as far as the rms of the whole histogram "
-                    "tells. That histogram holds ", count("histogram_pairs", seen.pairs), " pairs. "]
+                    "tells. That histogram holds ",
+                    count("histogram_pairs", seen.pairs), " pairs. "]
     if peak_is_cut(page):
         caption += ["The peak reaches out of the coincidence window: offset, coincidences and "
                     "width miss a part of it until the window is made wider. "]
