@@ -131,7 +131,7 @@ def section_markup(section):
         rows = [(label, *map(mixed, cells)) for label, *cells in section.table.rows]
         lines.append(table("", section.table.heads, rows, "narrow"))
     if section.missing:
-        lines.append(f"<p class=missing>Not shown: {escaped(' '.join(section.missing))}</p>")
+        lines.append(f"<p class=missing>Not shown: {html.escape(' '.join(section.missing))}</p>")
     if section.panels:
         lines += [f'<div class="panels{columns}">', *map(panel_place, section.panels), "</div>"]
     return "\n".join([*lines, "</section>"])

@@ -137,7 +137,7 @@ def put_section(paper, section):
     rows = [section.panels[i:i + section.columns]
             for i in range(0, len(section.panels), section.columns)]
     words = text_of(section.caption) if section.panels else ""
-    missing = f"Not shown: {printable(' '.join(section.missing))}" if section.missing else ""
+    missing = f"Not shown: {' '.join(section.missing)}" if section.missing else ""
     first_in = sum(row_heights_in(rows[0])) + BELOW_IN if rows else 0.0
     table_in = 0.2 * (len(section.table.rows) + 2) if section.table else 0.0
     # The title is not parted from the first panels.
