@@ -9,6 +9,7 @@ from .look import MARK_COLOUR, short_count
 DASHES = {"solid": "-", "dash": "--", "dot": ":", "dashdot": "-."}
 SYMBOLS = {"star": "*", "triangle": "v"}
 SMALL = 7  # points
+MANY_BINS = 600
 GRID_COLOUR = "#dddddd"
 
 
@@ -22,8 +23,10 @@ def histogram(axes, drawn, panel):
     shown = np.maximum(y, base)
     axes.fill_between(x, shown, base, step="post", color=drawn.line.colour, alpha=0.3,
                       linewidth=0)
+    # Lines of many bins would run into each other.
+    share = 0.8 if len(y) < MANY_BINS else 0.3
     axes.step(x, shown, where="post", color=drawn.line.colour,
-              linewidth=0.8 * drawn.line.width)
+              linewidth=share * drawn.line.width)
 
 
 def curve(axes, drawn, panel):

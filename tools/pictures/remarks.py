@@ -4,8 +4,10 @@ A verdict speaks of the program's rules alone: a unit that falls silent in mid-c
 still pass. These sentences say what the figures show besides.
 """
 
+import math
 from typing import NamedTuple
 
+from .figures import BIN_WIDTH_PS
 from .look import count_text, plain, time_text
 
 
@@ -54,8 +56,27 @@ def peak_is_cut(page):
     return abs(seen.offset_ps + seen.peak_center_ps) + seen.rms_ps > page.pair.window_ps
 
 
+def pairs_by_chance(correlation):
+    """More pairs in a side window than this are no chance. The peak counts as floor, too:
+    so a healthy one hides nothing but a slip of few tags."""
+    low_ps, high_ps = correlation.side_windows_ps[0]
+    floor = correlation.pairs / correlation.bins * (high_ps - low_ps) / BIN_WIDTH_PS
+    return floor + 6 * math.sqrt(floor + 1)
+
+
+def of_side_windows(correlation):
+    if correlation.reason or not correlation.window_covers_sides:
+        return
+    for pairs, side in ((correlation.minus_period_window, "before"),
+                        (correlation.plus_period_window, "after")):
+        if pairs > pairs_by_chance(correlation):
+            yield Remark("correlation", f"{count_text(pairs)} pairs lie one clock period {side} "
+                         "the offset.")
+
+
 def remarks_on(page):
     found = [remark for channel in page.channels for remark in of_channel(page, channel)]
+    found += of_side_windows(page.correlation)
     if peak_is_cut(page):
         found.append(Remark("correlation", "The peak of the pair reaches out of the coincidence "
                             "window."))
