@@ -173,6 +173,13 @@ class Inputs(Paper):
         ends = [-(1 << 63), -1, 0, 1, (1 << 63) - 1]
         self.of_tags(plots.tags_of([(c, t) for t in ends for c in (0, 1)] * 3))
 
+    def test_any_window(self):
+        times_ps = np.arange(1, 400) * 1000
+        for window_ps in (-5, 0, 1, 3400, 10**12, (1 << 63) - 1):
+            page = plots.page_of(plots.merged(times_ps, times_ps + 1), window_ps=window_ps)
+            self.assertIn(f"within ±{window_ps:,} ps", " ".join(texts(self.pdf(page))))
+            html_page.write(page, plots.fresh("run.html"))
+
     def test_many_tags_at_all_positions(self):
         draw = np.random.default_rng(6)
         times_ps = [np.sort(draw.integers(0, 10**13, 400_000)) for _ in range(4)]
