@@ -1,15 +1,20 @@
 #include "smoke_test/help.hpp"
 
+#include <cstddef>
 #include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "smoke_test/options.hpp"
 
 namespace {
 
-constexpr int key_width = 23;
-constexpr int default_width = 20;
+constexpr int key_width = 22;
+constexpr int default_width = 14;
+constexpr std::size_t meaning_column = 2 + key_width + default_width;
+constexpr std::size_t columns = 80;
 
 std::string aliases_of(const Option& option) {
   std::string text;
@@ -20,30 +25,61 @@ std::string aliases_of(const Option& option) {
   return text.empty() ? text : text + ")";
 }
 
+// The words of the text, in lines that fit. All but the first begin at the
+// column of the meanings.
+std::string in_meaning_column(const std::string& text) {
+  std::istringstream words(text);
+  std::string lines;
+  std::size_t column = meaning_column;
+  for (std::string word; words >> word;) {
+    if (column > meaning_column) {
+      const bool fits = column + 1 + word.size() <= columns;
+      lines += fits ? " " : "\n" + std::string(meaning_column, ' ');
+      column = fits ? column + 1 : meaning_column;
+    }
+    lines += word;
+    column += word.size();
+  }
+  return lines;
+}
+
+void print_row(std::string_view key, const std::string& default_text, const std::string& meaning) {
+  std::cout << "  " << std::left << std::setw(key_width) << key  //
+            << std::setw(default_width) << default_text          //
+            << in_meaning_column(meaning) << '\n';
+}
+
 void print_option(const Option& option) {
-  const std::string default_text = std::string(option.default_text) +
-                                   (option.unit.empty() ? "" : " ") + std::string(option.unit);
-  std::cout << "  " << std::left << std::setw(key_width) << option.keys[0]  //
-            << std::setw(default_width) << default_text                     //
-            << fill_in(option.description, option.value.word) << aliases_of(option) << '\n';
+  print_row(option.keys[0],
+            std::string(option.default_text) + (option.unit.empty() ? "" : " ") +
+                std::string(option.unit),
+            fill_in(option.description, option.value.word) + aliases_of(option));
+}
+
+void print_options() {
+  print_row("key", "default", "meaning");
+  for (const auto& [group, name] : option_groups) {
+    std::cout << '\n' << name << '\n';
+    for (const Option& option : options()) {
+      if (option.group == group) {
+        print_option(option);
+      }
+    }
+  }
 }
 
 }  // namespace
 
 void print_help() {
   std::cout << "usage: zelk_smoke_test [key=value ...]\n"
+               "       zelk_smoke_test --help | --version\n"
                "\n"
                "Opens a four-channel time-to-digital converter, captures time tags, prints a\n"
                "report of key=value lines and says with its exit status whether the channel\n"
                "pair saw tags and coincidences. A key may begin with \"--\"; upper and lower case\n"
                "are the same; unknown keys are ignored.\n"
-               "\n"
-               "  "
-            << std::left << std::setw(key_width) << "key" << std::setw(default_width) << "default"
-            << "meaning\n";
-  for (const Option& option : options()) {
-    print_option(option);
-  }
+               "\n";
+  print_options();
   std::cout << "\n"
                "exit status\n"
                "  0    both channels of the pair saw tags, and coincidences were found\n"

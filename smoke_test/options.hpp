@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,7 +13,24 @@
 #include "smoke_test/config.hpp"
 #include "smoke_test/option_values.hpp"
 
+// What an option is about; the help shows the groups in this order.
+enum class OptionGroup : std::uint8_t { device, stream, signals, analysis, output };
+
+struct OptionGroupName {
+  OptionGroup group;
+  std::string_view name;
+};
+
+inline constexpr auto option_groups = std::to_array<OptionGroupName>({
+    {OptionGroup::device, "device"},
+    {OptionGroup::stream, "stream"},
+    {OptionGroup::signals, "signals"},
+    {OptionGroup::analysis, "analysis"},
+    {OptionGroup::output, "output"},
+});
+
 struct Option {
+  OptionGroup group;
   std::array<std::string_view, 3> keys;  // lower case, the chief one first; unused ones empty
   std::string_view default_text;         // a value that sets the default
   std::string_view unit;                 // empty for texts and plain numbers

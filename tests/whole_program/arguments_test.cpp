@@ -297,6 +297,12 @@ TEST(Help, NamesEveryKey) {
                           "reference_signal",
                           "byte_probe",
                           "bytes",
+                          "stop_tags",
+                          "require",
+                          "limits",
+                          "save_tags",
+                          "json",
+                          "note",
                           "strict"}) {
     EXPECT_THAT(help, testing::ContainsRegex("[ (]" + std::string(key) + "[ ,)]"));
   }
