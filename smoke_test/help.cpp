@@ -3,11 +3,14 @@
 #include <cstddef>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
 
+#include "smoke_test/device_library.hpp"
 #include "smoke_test/options.hpp"
+#include "smoke_test/standard_streams.hpp"
 
 namespace {
 
@@ -102,4 +105,11 @@ void print_help() {
 
 void print_version() {
   std::cout << "zelk_smoke_test " << ZELK_VERSION << '\n';
+  if (const std::optional<DeviceLibrary> library = loaded_device_library()) {
+    std::cout << "device library: " << without_control_characters(library->path)
+              << (library->is_simulated ? " (simulated)" : " (real, as far as can be told)")
+              << '\n';
+  } else {
+    std::cout << "device library: unknown\n";
+  }
 }

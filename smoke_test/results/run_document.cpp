@@ -1,6 +1,5 @@
 #include "smoke_test/results/run_document.hpp"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,14 +8,13 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <system_error>
 
+#include "smoke_test/device_library.hpp"
 #include "smoke_test/report.hpp"
 #include "smoke_test/results/figures.hpp"
 #include "smoke_test/standard_streams.hpp"
@@ -145,16 +143,9 @@ Json host_name() {
   return gethostname(name.data(), name.size() - 1) == 0 ? text_or_null(name.data()) : Json();
 }
 
-// Where the loader found the functions of the device library.
 Json device_library() {
-  Dl_info info{};
-  const void* function = dlsym(RTLD_DEFAULT, "qx_identify");
-  if (function == nullptr || dladdr(function, &info) == 0 || info.dli_fname == nullptr) {
-    return nullptr;
-  }
-  const std::unique_ptr<char, decltype(&std::free)> path(realpath(info.dli_fname, nullptr),
-                                                         &std::free);
-  return path ? std::string(path.get()) : std::string(info.dli_fname);
+  const std::optional<DeviceLibrary> library = loaded_device_library();
+  return library ? Json(library->path) : Json();
 }
 
 // Each under the chief key of its option; the dead time has two, for one setting.

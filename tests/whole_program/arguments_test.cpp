@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/temporary_directory.hpp"
 #include "tests/whole_program/tag_streams.hpp"
 
 namespace zelk::test_support {
@@ -312,12 +314,50 @@ TEST(Help, PointsToThePageOfTheSimulatedUnit) {
   EXPECT_THAT(run_smoke_test({}, {"--help"}).output, testing::HasSubstr("docs/simulated-unit.md"));
 }
 
+const std::string version_line = "zelk_smoke_test 0.1.0\n";
+
+std::string path_of(const char* library) {
+  return std::filesystem::canonical(library).string();
+}
+
 TEST(Version, IsPrintedWithoutTouchingADevice) {
   const SmokeTestResult result = run_smoke_test({}, {"--version"});
   EXPECT_EQ(result.exit_status, 0);
-  EXPECT_EQ(result.output, "zelk_smoke_test 0.1.0\n");
+  EXPECT_THAT(result.output, testing::StartsWith(version_line));
   EXPECT_EQ(result.error, "");
   EXPECT_THAT(result.calls, IsEmpty());
+}
+
+TEST(Version, NamesALibraryThatDoesNotSayThatItIsSimulated) {
+  EXPECT_EQ(run_smoke_test({}, {"--version"}).output,
+            version_line + "device library: " + path_of(ZELK_SCRIPTED_LIBRARY) +
+                " (real, as far as can be told)\n");
+}
+
+TEST(Version, NamesTheSimulatedLibrary) {
+  EXPECT_EQ(run(simulated_smoke_test({"--version"})).output,
+            version_line + "device library: " + path_of(ZELK_SIMULATED_LIBRARY) + " (simulated)\n");
+}
+
+#ifdef ZELK_PRELOADED_LIBRARY
+// Two are loaded, and the calls go to the one that is not simulated.
+TEST(Version, NamesTheLibraryThatAnswers) {
+  Program program = simulated_smoke_test({"--version"});
+  program.environment["LD_PRELOAD"] = ZELK_PRELOADED_LIBRARY;
+  EXPECT_THAT(run(program).output, testing::EndsWith(path_of(ZELK_PRELOADED_LIBRARY) +
+                                                     " (real, as far as can be told)\n"));
+}
+#endif
+
+TEST(Version, ShowsALineOfItsOwnForEachAnswer) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path folder = directory.path() / "two\nlines";
+  std::filesystem::create_directory(folder);
+  std::filesystem::copy_file(ZELK_SIMULATED_LIBRARY, folder / "libzelk_timing.so.0");
+  Program program = simulated_smoke_test({"--version"});
+  program.environment["LD_LIBRARY_PATH"] = folder;
+  EXPECT_THAT(run(program).output,
+              testing::EndsWith("/two\\nlines/libzelk_timing.so.0 (simulated)\n"));
 }
 
 }  // namespace
