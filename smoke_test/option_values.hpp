@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -34,6 +35,8 @@ struct OptionValue {
   std::string (*as_read)(const Config& config, std::string_view unit) = nullptr;  // "500 s"
   std::string (*allowed)(std::string_view unit) = nullptr;  // "allowed is a number of s"
   std::string_view (*word)(std::size_t i) = nullptr;        // of one that takes one of a few
+  std::span<const std::string_view> (*spellings)(std::size_t i) = nullptr;  // of that word
+  bool is_file_name = false;
 };
 
 namespace option_values {
@@ -258,7 +261,8 @@ constexpr OptionValue one_of{.apply = set<field, word_or<words, otherwise>>,
                              .read = read_word<words>,
                              .as_read = word_as_read<field, words>,
                              .allowed = allowed_words<words>,
-                             .word = chief_word<words>};
+                             .word = chief_word<words>,
+                             .spellings = spellings<words>};
 
 // Every text but the four that mean false means true.
 template <auto field>
@@ -270,9 +274,15 @@ template <auto field>
 constexpr OptionValue text{
     .apply = [](Config& config, const std::string& value) { config.*field = value; }};
 
+template <auto field>
+constexpr OptionValue file_name{.apply = text<field>.apply, .is_file_name = true};
+
 // A text that joins those given before.
 template <auto field>
 constexpr OptionValue one_more_text{
     .apply = [](Config& config, const std::string& value) { (config.*field).push_back(value); }};
+
+template <auto field>
+constexpr OptionValue one_more_file_name{.apply = one_more_text<field>.apply, .is_file_name = true};
 
 }  // namespace option_values

@@ -37,7 +37,8 @@ constexpr OptionValue transport{.apply = set<&Config::transport, parse_transport
                                 .read = read_word<transport_words>,
                                 .as_read = word_as_read<&Config::transport, transport_words>,
                                 .allowed = allowed_words<transport_words, 1>,
-                                .word = chief_word<transport_words, 1>};
+                                .word = chief_word<transport_words, 1>,
+                                .spellings = spellings<transport_words, 1>};
 
 Format parse_format(const std::string& value) {
   if (const std::optional<Format> format = look_up(format_words, value)) {
@@ -48,7 +49,8 @@ Format parse_format(const std::string& value) {
 
 constexpr OptionValue format{.apply = set<&Config::format, parse_format>,
                              .allowed = allowed_words<format_words>,
-                             .word = chief_word<format_words>};
+                             .word = chief_word<format_words>,
+                             .spellings = spellings<format_words>};
 
 void apply_ref(Config& config, const std::string& value) {
   const auto source = word_or<ref_words, ReferenceClockSource::internal>(value);
@@ -65,7 +67,8 @@ constexpr OptionValue ref{.apply = apply_ref,
                           .read = read_word<ref_words>,
                           .as_read = ref_as_read,
                           .allowed = allowed_words<ref_words>,
-                          .word = chief_word<ref_words>};
+                          .word = chief_word<ref_words>,
+                          .spellings = spellings<ref_words>};
 
 constexpr Limits<double> threshold_limits{.least = 0.0, .most = highest_threshold_v};
 
@@ -106,7 +109,8 @@ std::string allowed_tag_file(std::string_view /*unit*/) {
   return "allowed is the name of a file that ends in .npy or .csv";
 }
 
-constexpr OptionValue save_tags{.apply = apply_save_tags, .allowed = allowed_tag_file};
+constexpr OptionValue save_tags{
+    .apply = apply_save_tags, .allowed = allowed_tag_file, .is_file_name = true};
 
 // Nearest whole picosecond, halves away from zero. What does not fit into 64
 // bits, and a value that is no number, becomes the most negative one, which
@@ -210,11 +214,11 @@ constexpr Option option_table[] = {
      "conditions on the report, such as coincidences>=4000,reader_dropped=0",
      one_more_text<&Config::required>},
     {analysis, keys("limits"), "", "", "file with such conditions, one per line",
-     one_more_text<&Config::limits_files>},
+     one_more_file_name<&Config::limits_files>},
     {output, keys("save_tags"), "", "",
      "new file for every captured tag: .npy for NumPy, .csv as text", save_tags},
     {output, keys("json"), "", "", "file for the whole run as one JSON document",
-     text<&Config::json_file>},
+     file_name<&Config::json_file>},
     {output, keys("note"), "", "", "text to keep in the JSON document", text<&Config::note>},
     {output, keys("strict"), "0", "",
      "end the run at an argument that would not be taken as it is written: % or %",

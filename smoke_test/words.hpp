@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <type_traits>
 
@@ -63,6 +64,17 @@ inline constexpr auto bool_words = std::to_array<Word<bool>>({
 template <const auto& words, std::size_t count = words.size()>
 std::string_view chief_word(std::size_t i) {
   return i < count ? words[i].spellings[0] : std::string_view();
+}
+
+// All spellings in that row, the chief one first; none beyond the rows.
+template <const auto& words, std::size_t count = words.size()>
+std::span<const std::string_view> spellings(std::size_t i) {
+  if (i >= count) {
+    return {};
+  }
+  const auto& all = words[i].spellings;
+  const auto used = std::ranges::count_if(all, [](std::string_view word) { return !word.empty(); });
+  return std::span(all).first(static_cast<std::size_t>(used));
 }
 
 template <typename Value, std::size_t count>

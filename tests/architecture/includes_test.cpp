@@ -72,7 +72,7 @@ struct Include {
 // Every line of the product that includes a file of the project.
 std::vector<Include> includes() {
   std::vector<Include> found;
-  for (const char* top : {"timing", "smoke_test", "simulator"}) {
+  for (const char* top : {"timing", "smoke_test", "simulator", "packaging"}) {
     for (const auto& entry : fs::recursive_directory_iterator(source_directory / top)) {
       const std::string ending = entry.path().extension().string();
       if (ending != ".cpp" && ending != ".hpp" && ending != ".h") {
