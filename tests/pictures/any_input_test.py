@@ -9,8 +9,8 @@ import numpy as np
 import document_test
 import plots
 from plots import TAG, fresh, saved, tags_of
-from pictures.errors import BadInput
-from pictures.page import Wishes, make_page
+from pictures.calculating.errors import BadInput
+from pictures.calculating.page import Wishes, make_page
 
 ENDS_PS = np.array([-2**63, -2**63 + 1, -2**62, -1, 0, 1, 3332, 3333, 2**62, 2**62 + 1, 2**63 - 2,
                     2**63 - 1], np.int64)

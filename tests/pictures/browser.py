@@ -43,9 +43,9 @@ class Browser:
         """Chromium reads commands at its descriptor 3 and writes answers at 4."""
         commands, self.to_browser = os.pipe()
         self.from_browser, answers = os.pipe()
-        high = [os.dup(end) for end in (commands, answers)]  # not 3 or 4 themselves
+        high = [os.dup(end) for end in (commands, answers)]  # not 3 or 4; often above 9
 
-        command = ["/bin/sh", "-c", f'exec "$@" 3<&{high[0]} 4>&{high[1]}', "sh", chromium(),
+        command = ["/bin/bash", "-c", f'exec "$@" 3<&{high[0]} 4>&{high[1]}', "bash", chromium(),
                    f"--user-data-dir={self.profile.name}", *ARGUMENTS]
         environment = os.environ | {"HOME": self.profile.name}
         self.process = subprocess.Popen(command, pass_fds=high, stdin=subprocess.DEVNULL,
@@ -146,6 +146,11 @@ class Browser:
             if time.monotonic() > end:
                 raise TimeoutError(f"never true: {expression}; {self.troubles}")
             time.sleep(0.05)
+
+    def wait_for_trouble(self):
+        end = time.monotonic() + LONGEST_S
+        while not self.troubles:
+            self.receive(end)
 
     def open(self, path):
         self.troubles.clear()

@@ -6,9 +6,9 @@ import numpy as np
 
 import plots
 from plots import merged, page_of, tags_of
-from pictures.channel_figures import PARTS, walk
-from pictures.chunks import CHUNK
-from pictures.octaves import RAW_BINS, bins_of, raw_bin, raw_edges
+from pictures.calculating.channel_figures import PARTS, walk
+from pictures.calculating.chunks import CHUNK
+from pictures.calculating.octaves import RAW_BINS, bins_of, raw_bin, raw_edges
 
 LARGEST = 2**63 - 1
 SMALLEST = -2**63

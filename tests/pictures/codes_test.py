@@ -9,9 +9,9 @@ import numpy as np
 import delay_lines
 import plots
 from plots import Agreement, Run, merged, page_of
-from pictures.clock_lock import changes, chi_squared_limit, harmonics, judge_lock, longest_empty
-from pictures.code_density import code_density, with_missing
-from pictures.page import make_page
+from pictures.calculating.clock_lock import changes, chi_squared_limit, harmonics, judge_lock, longest_empty
+from pictures.calculating.code_density import code_density, with_missing
+from pictures.calculating.page import make_page
 
 PARTS = 8
 SIGMAS = 4

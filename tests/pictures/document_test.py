@@ -5,9 +5,9 @@ import unittest
 
 import plots
 from plots import fresh, saved, tags_of
-from pictures.errors import BadInput
+from pictures.calculating.errors import BadInput
 from pictures.figures import Limit, Row
-from pictures.page import Wishes, make_page
+from pictures.calculating.page import Wishes, make_page
 
 ROWS = [(2, 0), (3, 24), (2, 10**8), (3, 10**8 + 30)]
 

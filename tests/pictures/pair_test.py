@@ -7,11 +7,11 @@ import numpy as np
 
 import plots
 from plots import merged, page_of, tags_of
-from pictures import histogram, pairs, wide_view
-from pictures.channel_figures import walk
-from pictures.chunks import CHUNK
-from pictures.correlation import merged_bins
-from pictures.pair_figures import count_coincidences, estimate_offset, sorted_pair
+from pictures.calculating import histogram, pairs, wide_view
+from pictures.calculating.channel_figures import walk
+from pictures.calculating.chunks import CHUNK
+from pictures.calculating.correlation import merged_bins
+from pictures.calculating.pair_figures import count_coincidences, estimate_offset, sorted_pair
 
 LARGEST = 2**63 - 1
 SMALLEST = -2**63

@@ -12,7 +12,8 @@ import numpy as np
 import made_pages
 import plots
 
-from pictures import figures, html_page, look, paper, paper_page
+from pictures import figures
+from pictures.drawing import html_page, look, paper, paper_page
 
 # Of A4, in points.
 SHEET = (595.44, 841.68)

@@ -13,7 +13,7 @@ import numpy as np
 TOOLS = pathlib.Path(__file__).resolve().parents[2] / "tools"
 sys.path.insert(0, str(TOOLS))
 
-from pictures.page import Wishes, make_page  # noqa: E402
+from pictures.calculating.page import Wishes, make_page  # noqa: E402
 
 PROGRAM = ""
 SCRIPTED_LIBRARY = ""  # the directory of the library that answers from a script

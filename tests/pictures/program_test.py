@@ -1,5 +1,6 @@
 """zelk_plot as its user meets it."""
 
+import importlib
 import importlib.machinery
 import importlib.util
 import os
@@ -89,11 +90,11 @@ class Written(unittest.TestCase):
         def write(page, path):
             self.pages.append(page)
             pathlib.Path(path).write_text("drawn")
-        package = sys.modules["pictures"]
+        package = importlib.import_module("pictures.drawing")
         for name in ("html_page", "paper_page"):
-            fake = types.ModuleType("pictures." + name)
+            fake = types.ModuleType("pictures.drawing." + name)
             fake.write = draw or write
-            patch = mock.patch.dict(sys.modules, {"pictures." + name: fake})
+            patch = mock.patch.dict(sys.modules, {"pictures.drawing." + name: fake})
             patch.start()
             self.addCleanup(patch.stop)
             patch = mock.patch.object(package, name, fake, create=True)

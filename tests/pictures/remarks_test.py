@@ -7,7 +7,7 @@ import made_pages
 import plots
 
 from pictures.figures import Gap
-from pictures.remarks import remarks_on
+from pictures.drawing.remarks import remarks_on
 
 
 def clean():

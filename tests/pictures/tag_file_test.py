@@ -8,8 +8,8 @@ import numpy as np
 
 import plots
 from plots import TAG, fresh, saved, tags_of
-from pictures.errors import BadInput
-from pictures.tag_file import PIECE, TagFile, Tags
+from pictures.calculating.errors import BadInput
+from pictures.calculating.tag_file import PIECE, TagFile, Tags
 
 ROWS = [(0, 10), (1, -20), (0, 30), (3, 2**62), (7, 5), (2, -2**63)]
 

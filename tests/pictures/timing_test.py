@@ -7,9 +7,9 @@ import numpy as np
 
 import plots
 from plots import Run
-from pictures.chunks import CHUNK
-from pictures.page import make_page
-from pictures.periodic_timing import MOST_BINS, MOST_STRETCHES, periodic_timing
+from pictures.calculating.chunks import CHUNK
+from pictures.calculating.page import make_page
+from pictures.calculating.periodic_timing import MOST_BINS, MOST_STRETCHES, periodic_timing
 
 SIGMAS = 4
 

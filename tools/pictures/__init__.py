@@ -1,1 +1,1 @@
-"""Pictures of a run: calculating (NumPy alone) and drawing are apart."""
+"""Pictures of a run. Calculating and drawing are apart; figures.py is between them."""

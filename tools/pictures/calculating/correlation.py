@@ -2,7 +2,7 @@
 
 import numpy as np
 
-from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS, Correlation
+from ..figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS, Correlation
 from .histogram import (FWHM_FACTOR, SIDE_WINDOW_PS, center_of, histogram, pairs_near, peak_of,
                         rms_ps, side_windows_ps, top_bins)
 from .pair_figures import count_coincidences, estimate_offset

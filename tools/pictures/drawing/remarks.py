@@ -7,7 +7,7 @@ still pass. These sentences say what the figures show besides.
 import math
 from typing import NamedTuple
 
-from .figures import BIN_WIDTH_PS
+from ..figures import BIN_WIDTH_PS
 from .look import count_text, plain, time_text
 
 

@@ -4,8 +4,8 @@ import math
 
 import numpy as np
 
+from ..figures import CHANNELS, Backwards, Gap, RatePlot
 from .chunks import in_parallel, pieces
-from .figures import CHANNELS, Backwards, Gap, RatePlot
 from .wrapping import INT64_MAX, unsigned_from
 
 MOST_BINS = 500

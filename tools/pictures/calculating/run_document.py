@@ -7,8 +7,8 @@ counts as not known.
 import json
 import math
 
+from ..figures import FAIL, NOT_KNOWN, PASS, Limit, Row, Run
 from .errors import BadInput
-from .figures import FAIL, NOT_KNOWN, PASS, Limit, Row, Run
 from .wrapping import INT64_MAX, INT64_MIN
 
 LARGEST_BYTES = 64 << 20

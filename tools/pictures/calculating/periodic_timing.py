@@ -10,8 +10,8 @@ from dataclasses import dataclass, field
 
 import numpy as np
 
+from ..figures import PeriodicTiming
 from .chunks import CHUNK
-from .figures import PeriodicTiming
 
 FEWEST_TAGS = 10
 SAMPLE = 50_000

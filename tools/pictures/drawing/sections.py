@@ -5,8 +5,8 @@ A caption is a list of texts and numbers; a page that can mark numbers does so.
 
 from dataclasses import dataclass
 
+from ..figures import BIN_WIDTH_PS, CHANNELS, CLOCK_PERIOD_PS, Page
 from . import channel_panels, pair_panels
-from .figures import BIN_WIDTH_PS, CHANNELS, CLOCK_PERIOD_PS, Page
 from .look import count_text, plain, rate_text, time_text
 from .named_numbers import UNKNOWN, Number, count, exact_time, number
 from .panels import Panel

@@ -8,7 +8,8 @@ import pathlib
 
 from plotly.offline import get_plotlyjs
 
-from . import figures, named_numbers
+from .. import figures
+from . import named_numbers
 from .html_panels import plot_of
 from .look import CHANNEL_COLOURS, printable
 from .named_numbers import Number

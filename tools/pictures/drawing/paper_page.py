@@ -6,7 +6,8 @@ import numpy as np
 from matplotlib import image, rc_context
 from matplotlib.backends.backend_pdf import PdfPages
 
-from . import figures, named_numbers, paper_panels
+from .. import figures
+from . import named_numbers, paper_panels
 from .look import printable
 from .named_numbers import Number
 from .paper import INNER_IN, LEFT_IN, Paper

@@ -10,8 +10,8 @@ from dataclasses import dataclass
 
 import numpy as np
 
+from ..figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS
 from .chunks import in_parallel, pieces
-from .figures import BIN_WIDTH_PS, CLOCK_PERIOD_PS
 from .pair_figures import window_high, window_low
 from .pairs import bounds_of, differences
 from .wrapping import INT64_MAX, magnitude, wrapped

@@ -10,8 +10,8 @@ import math
 
 import numpy as np
 
+from ..figures import CLOCK_PERIOD_PS, CodeDensity
 from .clock_lock import chi_squared_limit, judge_lock
-from .figures import CLOCK_PERIOD_PS, CodeDensity
 
 FEWEST_PER_CODE = 16
 SPACING_TOLERANCE_PS = 1  # nominal places are rounded to whole ps

@@ -16,9 +16,9 @@ import warnings
 import numpy as np
 from numpy.lib import format as npy
 
+from ..figures import CHANNELS
 from .chunks import in_parallel, pieces
 from .errors import BadInput
-from .figures import CHANNELS
 
 # A header is a few hundred bytes; what claims to be larger is none of ours.
 LONGEST_HEADER = 10_000

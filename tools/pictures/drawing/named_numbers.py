@@ -6,7 +6,7 @@ is that of channel 2.
 
 from typing import NamedTuple
 
-from . import figures
+from .. import figures
 from .look import count_text, plain, rate_text, time_text
 
 UNKNOWN = "–"

@@ -2,7 +2,7 @@
 
 import numpy as np
 
-from .figures import Intervals
+from ..figures import Intervals
 from .octaves import bins_of
 
 

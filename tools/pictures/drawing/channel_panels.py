@@ -5,9 +5,9 @@ Panels of one kind have the same horizontal axis, so that channels can be compar
 
 import numpy as np
 
+from ..figures import CLOCK_PERIOD_PS
 from .axes import (count_axis, log_count_axis, log_time_axis, seconds_axis, time_axis,
                    widened)
-from .figures import CLOCK_PERIOD_PS
 from .look import (CHANCE_COLOUR, CHANNEL_COLOURS, GAP_COLOUR, MARK_COLOUR, Line,
                            count_text, time_text)
 from .panels import Axis, Band, Curve, Histogram, Panel, Points, Stretches, Verticals

@@ -4,8 +4,8 @@ Their horizontal axis is the difference of the times, B - A, not relative to the
 so a mark stands at the same place in all of them.
 """
 
+from ..figures import BIN_WIDTH_PS
 from .axes import count_axis, log_count_axis, time_axis
-from .figures import BIN_WIDTH_PS
 from .look import (CHANCE_COLOUR, GAP_COLOUR, MARK_COLOUR, PAIR_COLOUR, Line, count_text,
                            time_text)
 from .panels import Histogram, Panel, Points, Stretches, Verticals, Width

@@ -3,12 +3,12 @@
 import os
 from dataclasses import dataclass, replace
 
+from ..figures import CHANNELS, Page, Pair
 from .channel_figures import channel_figures, walk
 from .chunks import in_parallel
 from .code_density import code_density
 from .correlation import correlation_figures
 from .errors import BadInput
-from .figures import CHANNELS, Page, Pair
 from .intervals import interval_figures
 from .pair_figures import sorted_pair
 from .periodic_timing import periodic_timing

@@ -5,8 +5,8 @@ from dataclasses import dataclass
 
 import numpy as np
 
+from ..figures import CLOCK_PERIOD_PS, STEP_LIMITS_PS, Channel, Residues, Steps
 from .chunks import in_parallel, pieces
-from .figures import CLOCK_PERIOD_PS, STEP_LIMITS_PS, Channel, Residues, Steps
 from .octaves import RAW_BINS, raw_bin
 from .wrapping import INT64_MAX, distance_ps
 

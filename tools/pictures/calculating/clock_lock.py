@@ -28,7 +28,7 @@ from dataclasses import dataclass
 
 import numpy as np
 
-from .figures import CLOCK_PERIOD_PS
+from ..figures import CLOCK_PERIOD_PS
 
 HARMONICS = 16
 LINE_LIMIT = 0.15

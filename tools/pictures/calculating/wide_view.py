@@ -4,8 +4,8 @@ import math
 
 import numpy as np
 
+from ..figures import BIN_WIDTH_PS, WideView
 from .correlation import why_not
-from .figures import BIN_WIDTH_PS, WideView
 from .histogram import estimated_pairs, window_bounds
 from .pairs import differences
 

@@ -1,0 +1,1 @@
+"""Every number of a page, with NumPy alone."""

@@ -1,0 +1,1 @@
+"""A page for a browser and one for paper, of the numbers in figures.py."""
