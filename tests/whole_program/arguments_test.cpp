@@ -314,7 +314,7 @@ TEST(Help, PointsToThePageOfTheSimulatedUnit) {
   EXPECT_THAT(run_smoke_test({}, {"--help"}).output, testing::HasSubstr("docs/simulated-unit.md"));
 }
 
-const std::string version_line = "zelk_smoke_test 0.1.0\n";
+const std::string version_line = "zelk_smoke_test 0.2.0\n";
 
 std::string path_of(const char* library) {
   return std::filesystem::canonical(library).string();
