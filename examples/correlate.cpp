@@ -37,7 +37,7 @@ int channel_called(const char* text) {
 // Takes what has arrived until `end`, into one list of times per channel.
 void collect(timing::TagStreamReader& reader, Clock::time_point end,
              std::array<Times, timing::channel_count>& times) {
-  while (Clock::now() < end) {
+  do {
     const auto tags = reader.drain();
     if (tags.empty()) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -45,7 +45,7 @@ void collect(timing::TagStreamReader& reader, Clock::time_point end,
     for (const timing::TimeTag& tag : tags) {
       times[tag.channel].push_back(tag.timestamp_ps);
     }
-  }
+  } while (Clock::now() < end);
 }
 
 void show(const Times& a, const Times& b) {
@@ -53,6 +53,10 @@ void show(const Times& a, const Times& b) {
   const auto fullest = std::ranges::max_element(histogram.counts) - histogram.counts.begin();
   const std::int64_t pairs =
       std::accumulate(histogram.counts.begin(), histogram.counts.end(), std::int64_t{0});
+  if (pairs == 0) {
+    std::printf("no pairs\n");
+    return;
+  }
   std::printf("%lld pairs, most of them %lld ps apart, rms %.1f ps\n",
               static_cast<long long>(pairs),
               static_cast<long long>(histogram.centers_ps[static_cast<std::size_t>(fullest)]),
