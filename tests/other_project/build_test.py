@@ -139,6 +139,21 @@ def fetch_content(args, scratch):
                   "-DZELK_DEVICE_LIBRARY=simulated")
 
 
+def parts(args, scratch):
+    """What is built besides the library; the other project looks at its targets itself."""
+    ours = ("-DZELK_WAY=add_subdirectory", f"-DZELK_DEVICE_LIBRARY={args.device_library}")
+    configure(args, scratch / "simulator", *ours, "-DZELK_BUILD_SIMULATOR=ON")
+    configure(args, scratch / "tests", *ours, "-DZELK_BUILD_TESTS=ON")
+    configure(args, scratch / "benchmarks", *ours, "-DZELK_BUILD_BENCHMARKS=ON")
+
+    alone = ("-S", SOURCE, "-G", args.generator, "-DZELK_BUILD_SIMULATOR=OFF")
+    run(args.cmake, *alone, "-B", scratch / "alone")
+    targets = output(args.cmake, "--build", scratch / "alone", "--target", "help")
+    assert "zelk_timing_host" in targets and "zelk_smoke_test" not in targets, targets
+    refused = run(args.cmake, *alone, "-B", scratch / "refused", "-DZELK_BUILD_TESTS=ON", status=1)
+    assert "ZELK_BUILD_TESTS=ON needs ZELK_BUILD_SIMULATOR=ON" in refused.stderr, refused.stderr
+
+
 def find_package(args, scratch):
     prefix = scratch / "prefix"
     install(args, prefix, "development", "simulator")
@@ -232,7 +247,7 @@ def headers(args, scratch):
     assert not unused, unused
 
 
-WAYS = (add_subdirectory, fetch_content, find_package, pkg_config, documented, headers)
+WAYS = (add_subdirectory, fetch_content, parts, find_package, pkg_config, documented, headers)
 
 
 def main():
