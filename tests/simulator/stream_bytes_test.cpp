@@ -14,6 +14,7 @@
 
 #include "tests/simulator/unit_streams.hpp"
 #include "tests/support/npy_bytes.hpp"
+#include "tests/support/parameter_names.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace zelk::simulator {
@@ -125,7 +126,8 @@ INSTANTIATE_TEST_SUITE_P(
         KnownStream{
             "sim://silent?pace=max&background_hz=1e4,0,0,20",
             20'000,
-            {0xA246811DA940FA8E, 0x91F78CA5E8E40E2C, 0x044F1E2D7005778E, 0x6269CF07B6F81EFD}}));
+            {0xA246811DA940FA8E, 0x91F78CA5E8E40E2C, 0x044F1E2D7005778E, 0x6269CF07B6F81EFD}}),
+    test_support::printed_parameter);
 
 // Where the link loses tags as well: what it loses depends on the signal alone
 // as long as the host's buffer does not fill up, which takes some 20 s here.
@@ -148,7 +150,8 @@ INSTANTIATE_TEST_SUITE_P(InRealTime, KnownStreams,
                                                      5'000,
                                                      {0xE8699A2218A29794, 0x5A727C1FD09A01D9,
                                                       0x1FC16C12812FCE87, 0x9A1F0EE320397D78},
-                                                     internal}));
+                                                     internal}),
+                         test_support::printed_parameter);
 
 // 6000 tags in steps of up to 2^34 ps, at each length in turn, and with some at
 // the same time. As text and as a NumPy array.

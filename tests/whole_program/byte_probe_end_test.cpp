@@ -7,6 +7,7 @@
 #include <csignal>
 #include <string>
 
+#include "tests/support/parameter_names.hpp"
 #include "tests/whole_program/byte_probe_runs.hpp"
 
 namespace zelk::test_support {
@@ -99,7 +100,8 @@ TEST_P(EndedByteProbe, ItsStatusOutranksAMissingByte) {
   expect_probe(test.run(), {}, 128 + GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, EndedByteProbe, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(BySignal, EndedByteProbe, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         signal_name);
 
 }  // namespace
 }  // namespace zelk::test_support

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/logged_run.hpp"
+#include "tests/support/parameter_names.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace zelk::test_support {
@@ -97,7 +98,8 @@ INSTANTIATE_TEST_SUITE_P(Each, DamagedStream,
                                          "lose_bytes=0.5", "lose_bytes=1", "insert_bytes=0.001",
                                          "insert_bytes=1", "remove_bits=0.0001", "remove_bits=0.3",
                                          "insert_bits=0.0001", "insert_bits=1", "remove_bit_at_s=0",
-                                         "insert_bit_at_s=0", "zeros_at_s=0", "ones_at_s=0"));
+                                         "insert_bit_at_s=0", "zeros_at_s=0", "ones_at_s=0"),
+                         printed_parameter);
 
 // Of a record's 64 bits 18 are fixed: a flip in one of them costs the record.
 // One in a channel's higher bit moves the tag to channel 2 or 3.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/parameter_names.hpp"
 #include "tests/whole_program/tag_streams.hpp"
 
 namespace zelk::test_support {
@@ -56,7 +57,8 @@ TEST_P(EndedEarly, ItsStatusOutranksAMissingCoincidence) {
   expect_report(test.run(), {}, 128 + GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, EndedEarly, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(BySignal, EndedEarly, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         signal_name);
 
 // The reader is inside a read of ten seconds, so the first signal's orderly
 // end has to wait for it.
@@ -177,7 +179,8 @@ TEST_P(SetUpInterrupted, OutranksTheFailureOfTheCallUnderWay) {
   EXPECT_EQ(result.calls.back(), "qx_close");
 }
 
-INSTANTIATE_TEST_SUITE_P(BySignal, SetUpInterrupted, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(BySignal, SetUpInterrupted, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         signal_name);
 
 // A report that is longer than the pipe, and that nobody reads.
 TEST(InterruptedReport, EndsAtOnceWithTheSignalsStatus) {

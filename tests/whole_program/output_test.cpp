@@ -58,9 +58,21 @@ TEST_P(BrokenOutput, FailsHelpAndVersionToo) {
   }
 }
 
+std::string output_name(const testing::TestParamInfo<Program::Output>& output) {
+  switch (output.param) {
+    case Program::Output::closed_pipe:
+      return "closed_pipe";
+    case Program::Output::full_device:
+      return "full_device";
+    default:
+      return "closed";
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(ByKind, BrokenOutput,
                          testing::Values(Program::Output::closed_pipe, Program::Output::full_device,
-                                         Program::Output::closed));
+                                         Program::Output::closed),
+                         output_name);
 
 }  // namespace
 }  // namespace zelk::test_support

@@ -158,7 +158,7 @@ TEST_P(RecordedRun, ReplaysOfARunWhoseStreamEndedGiveItsReport) {
   EXPECT_EQ(without_port(good_run(replay("live.rec", "?pace=max"), whole_stream).output), report);
 }
 
-INSTANTIATE_TEST_SUITE_P(EachFormatAndMode, RecordedRun,
+INSTANTIATE_TEST_SUITE_P(EachStream, RecordedRun,
                          testing::Values(Stream{"raw64", "internal"}, Stream{"raw64", "external"},
                                          Stream{"delta32", "internal"},
                                          Stream{"delta32", "external"},

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/parameter_names.hpp"
 #include "tests/support/saved_tags.hpp"
 #include "tests/whole_program/tag_streams.hpp"
 
@@ -182,7 +183,7 @@ TEST_P(SaveTagsOfACaptureEndedBy, ASignalAreThoseOfItsReport) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BySignal, SaveTagsOfACaptureEndedBy,
-                         testing::Values(SIGINT, SIGTERM, SIGHUP));
+                         testing::Values(SIGINT, SIGTERM, SIGHUP), signal_name);
 
 // Nothing is left to be done when these end the program.
 TEST(SaveTags, AreThereAlsoAfterTheProgramWasKilled) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/support/npy_bytes.hpp"
+#include "tests/support/parameter_names.hpp"
 #include "tests/support/temporary_directory.hpp"
 #include "tests/whole_program/tag_streams.hpp"
 
@@ -117,7 +118,8 @@ TEST_P(SavedTags, AreReportedAsByTheRunThatSawThem) {
 // From a stream's very start, from anywhere in it, and across the end of a coarse
 // epoch, behind which times go on rising.
 INSTANTIATE_TEST_SUITE_P(FromAnyTimeOn, SavedTags,
-                         testing::Values(0, 1, 7'654'321'098'765, epoch_ps - 100'000'000'000));
+                         testing::Values(0, 1, 7'654'321'098'765, epoch_ps - 100'000'000'000),
+                         printed_parameter);
 
 // The whole way: a run keeps its tags, and another one plays them.
 class SavedRun : public testing::TestWithParam<std::tuple<std::string, std::string>> {
@@ -152,7 +154,8 @@ TEST_P(SavedRun, IsReportedAlikeWhenItIsPlayed) {
 
 INSTANTIATE_TEST_SUITE_P(InEachFormatAndLayout, SavedRun,
                          testing::Combine(testing::Values("raw64", "delta32", "packed_delta"),
-                                          testing::Values(".npy", ".csv")));
+                                          testing::Values(".npy", ".csv")),
+                         printed_parameter);
 
 }  // namespace
 }  // namespace zelk::test_support

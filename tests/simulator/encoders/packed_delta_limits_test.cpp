@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "tests/simulator/packed_streams.hpp"
+#include "tests/support/parameter_names.hpp"
 
 namespace zelk::simulator {
 namespace {
@@ -146,7 +147,8 @@ TEST_P(PackedDeltaSteps, AreSeenAsTheyAreUnlessNoRecordsSayThem) {
 INSTANTIATE_TEST_SUITE_P(EveryQuantum, PackedDeltaSteps,
                          testing::Combine(testing::Values(16, 18, 31),
                                           testing::Values(1, 2, 4, 8, 16, 32, 64, 128, 256, 512,
-                                                          1024)));
+                                                          1024)),
+                         test_support::printed_parameter);
 
 TEST(PackedDeltaSilences, ThatLookLikeAWrapAreLeftOut) {
   for (const int quantum_ps : {1, 2, 4}) {
