@@ -1,10 +1,12 @@
 #include "smoke_test/standard_streams.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <iostream>
+#include <cstddef>
 
 #include "timing/detail/standard_error.hpp"
 
@@ -59,8 +61,21 @@ std::string without_control_characters(std::string_view text) {
   return printable;
 }
 
+// A stream would give the line up when a signal interrupts its wait, or when whoever
+// shares the descriptor made it one that does not wait.
 void print_error(std::string_view text) {
-  std::cerr << without_control_characters(text) + '\n';
+  const std::string line = without_control_characters(text) + '\n';
+  for (std::string_view rest = line; !rest.empty();) {
+    const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
+    if (written >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN) {
+      pollfd descriptor{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+      poll(&descriptor, 1, -1);
+    } else if (errno != EINTR) {
+      return;
+    }
+  }
 }
 
 void print_if_ready(std::string_view text) {

@@ -15,7 +15,7 @@ void prepare_standard_streams();
 std::string without_control_characters(std::string_view text);
 
 // Writes the one line that says why the run failed to standard error, and waits
-// until it could be written.
+// until it could be written, whatever signals are handled meanwhile.
 void print_error(std::string_view text);
 
 // Writes the text to standard error if that takes it at once; it is left out

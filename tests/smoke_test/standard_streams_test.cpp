@@ -2,14 +2,18 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace {
 
@@ -71,6 +75,38 @@ class ErrorPipe {
   std::array<int, 2> ends_{};
   int saved_ = dup(STDERR_FILENO);
 };
+
+void do_nothing(int /*signal*/) {}
+
+// Prints to a pipe that is full for a while, in which signals are handled.
+std::string printed_while_interrupted(int descriptor_flags) {
+  struct sigaction action {};
+  action.sa_handler = &do_nothing;  // and interrupts what waits
+  sigaction(SIGUSR1, &action, nullptr);
+  const ErrorPipe standard_error;
+  ErrorPipe::fill();
+  fcntl(STDERR_FILENO, F_SETFL, descriptor_flags);
+  std::string text;
+  const std::thread::native_handle_type printer = pthread_self();
+  std::thread reader([&] {
+    for (int i = 0; i < 20; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      pthread_kill(printer, SIGUSR1);
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!text.ends_with('\n') && std::chrono::steady_clock::now() < end) {
+      text += standard_error.text();
+    }
+  });
+  print_error("the reason");
+  reader.join();
+  return text.substr(std::min(text.size(), text.find_first_not_of('x')));
+}
+
+TEST(ErrorLine, IsNotLostWhenSignalsInterruptItsWait) {
+  EXPECT_EQ(printed_while_interrupted(0), "the reason\n");
+  EXPECT_EQ(printed_while_interrupted(O_NONBLOCK), "the reason\n");
+}
 
 TEST(Note, IsOneMarkedLine) {
   const ErrorPipe standard_error;

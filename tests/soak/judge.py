@@ -18,6 +18,8 @@ FIXED_CLOCK = (-3, -4, -7)
 # So many reads in vain, of 20 ms each, give any consumer the time to drain the queue.
 READS_OF_AN_ENDED_STREAM = 6
 PROBE_BUFFER_BYTES = 65536
+# What a run may take beside its capture before its counts are doubted.
+MOST_WAITED_S = 1
 
 SANITIZER = re.compile(rb"(ERROR|WARNING): \w+Sanitizer|runtime error:|Sanitizer:DEADLYSIGNAL")
 PROGRESS = re.compile(rb"\r\x1b\[K(\d[^\r\n]*(?=\r))?")
@@ -250,10 +252,14 @@ class Verdict:
     def tags_seen(self):
         return self.report.tags_total + self.report["reader_dropped"]
 
+    def stood_still(self):
+        """The machine let the run wait, perhaps in the capture, and perhaps one thread alone."""
+        return self.result.seconds > self.step.shortest_s + MOST_WAITED_S
+
     def stream_has_ended(self):
         """Nothing more came, for so long that nothing is left in the queue."""
         last = self.reads()[-READS_OF_AN_ENDED_STREAM:]
-        return (len(last) == READS_OF_AN_ENDED_STREAM
+        return (len(last) == READS_OF_AN_ENDED_STREAM and not self.stood_still()
                 and all(call.status == TIMED_OUT for call in last))
 
     def judge_calls(self):
