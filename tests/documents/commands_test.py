@@ -31,12 +31,12 @@ NOT_RUN = {
     ("README.md", "scripts/test"): "it is what runs this test",
     ("README.md", "LD_LIBRARY_PATH=/opt/zelk/lib build/release/bin/zelk_smoke_test port=ftdi://"):
         "needs a unit",
-    ("README.md", "cmake --install build/release --prefix /usr/local"): "installs",
     ("README.md", "LD_LIBRARY_PATH=/usr/local/lib/zelk-simulator zelk_smoke_test port='tap://"
      "unit.rec?library=/opt/zelk/lib/libzelk_timing.so.0&port=ftdi://'"): "needs a unit",
 }
 # Pages whose commands another test runs, in a way that does not go by the clock.
-RUN_ELSEWHERE = {"docs/production.md": "whole_program_production_test and "
+RUN_ELSEWHERE = {"docs/library.md": "other_project/build_test.py",
+                 "docs/production.md": "whole_program_production_test and "
                                        "whole_program_production_scripts_test"}
 # What a page says to put in a command's place.
 REPLACED = {"docs/simulated-unit.md": ("library=/usr/lib/libzelk_timing.so.0",

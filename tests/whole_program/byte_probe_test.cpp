@@ -142,7 +142,7 @@ TEST(ByteProbe, PausesAMillisecondAfterEveryEmptyRead) {
       return call.starts_with("qx_read_stream_bytes ");
     });
     EXPECT_GT(reads, 1);
-    EXPECT_LE(reads, 500);
+    EXPECT_LE(reads, 1000);  // of the one second
   }
 }
 

@@ -17,7 +17,7 @@ namespace zelk::test_support {
 
 // Long enough for the reader thread to deliver a scripted stream, also on a
 // busy machine.
-inline constexpr const char* capture = "capture_s=0.5";
+inline constexpr const char* capture = "capture_s=1";
 
 struct Tag {
   unsigned channel;
