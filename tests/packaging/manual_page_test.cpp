@@ -5,14 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "smoke_test/options.hpp"
+#include "tests/support/file_content.hpp"
 
 namespace {
 
@@ -21,9 +20,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 std::string page() {
-  std::ifstream in(ZELK_MANUAL_PAGE);
-  EXPECT_TRUE(in) << ZELK_MANUAL_PAGE;
-  return {std::istreambuf_iterator<char>(in), {}};
+  return zelk::test_support::file_content(ZELK_MANUAL_PAGE);
 }
 
 std::vector<std::string> lines_of_page() {

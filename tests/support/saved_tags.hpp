@@ -4,12 +4,12 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tests/support/file_content.hpp"
 
 namespace zelk::test_support {
 
@@ -20,14 +20,6 @@ struct SavedTags {
   std::vector<SavedTag> rows;     // that are there, be they told or not
   std::uint64_t bytes_after = 0;  // of a row that is not whole
 };
-
-inline std::string file_content(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) {
-    throw std::runtime_error("no file " + file.string());
-  }
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 // Throws std::runtime_error for anything but an array of such rows.
 inline SavedTags read_npy(const std::filesystem::path& file) {

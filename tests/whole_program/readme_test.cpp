@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "tests/support/document.hpp"
+#include "tests/support/file_content.hpp"
 #include "tests/support/smoke_test_run.hpp"
 #include "tests/support/temporary_directory.hpp"
 
@@ -27,11 +28,7 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 std::string page() {
-  std::ifstream file(ZELK_README);
-  EXPECT_TRUE(file.is_open());
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return file_content(ZELK_README);
 }
 
 std::vector<StatedCommand> commands() {

@@ -7,11 +7,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/file_content.hpp"
 #include "tests/support/smoke_test_run.hpp"
 #include "tests/support/temporary_directory.hpp"
 
@@ -231,8 +231,7 @@ TEST_F(Recording, ContradictingSettingsAreRefused) {
 
 TEST_F(Recording, EachDamageOfARecordingIsRefusedWithItsMessage) {
   good_run(tap("a.rec", "ftdi://"), some_tags);
-  std::ifstream in(file("a.rec"), std::ios::binary);
-  const std::string whole{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::string whole = file_content(file("a.rec"));
   const auto refused = [this](const std::string& bytes) {
     std::ofstream(file("b.rec"), std::ios::binary | std::ios::trunc) << bytes;
     return run_with(replay("b.rec"), {});

@@ -19,6 +19,7 @@
 #include "smoke_test/results/run_document.hpp"
 #include "smoke_test/sudden_end.hpp"
 #include "smoke_test/watchdog.hpp"
+#include "tests/support/file_content.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace {
@@ -38,11 +39,7 @@ class JsonOutputTest : public testing::Test {
     return record;
   }
 
-  [[nodiscard]] std::string content() const {
-    std::ifstream in(path(), std::ios::binary);
-    EXPECT_TRUE(in);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
+  [[nodiscard]] std::string content() const { return zelk::test_support::file_content(path()); }
 
   [[nodiscard]] std::ptrdiff_t files() const {
     return std::distance(std::filesystem::directory_iterator(directory_.path()), {});

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -19,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/file_content.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace {
@@ -27,15 +27,10 @@ namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using zelk::test_support::file_content;
 using zelk::test_support::TemporaryDirectory;
 
 constexpr const char* run_id = "0123";
-
-std::string content_of(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  EXPECT_TRUE(in) << file;
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 void put(const fs::path& file, const std::string& text) {
   std::ofstream(file) << text;
@@ -86,7 +81,7 @@ TEST_F(ResultFileTest, AppearsOnlyWhenItIsWritten) {
     EXPECT_TRUE(file.is_written());
     EXPECT_THAT(names(), ElementsAre("run.json"));
   }
-  EXPECT_EQ(content_of(path("run.json")), "all of it\n");
+  EXPECT_EQ(file_content(path("run.json")), "all of it\n");
 }
 
 TEST_F(ResultFileTest, LeavesNothingWhenItIsNotWritten) {
@@ -99,7 +94,7 @@ TEST_F(ResultFileTest, RemovesTheOlderOneAtOnce) {
   ResultFile file(path("run.json"), run_id, {});
   EXPECT_THAT(names(), ElementsAre(".zelk-0123.json"));
   file.write("newer");
-  EXPECT_EQ(content_of(path("run.json")), "newer");
+  EXPECT_EQ(file_content(path("run.json")), "newer");
 }
 
 TEST_F(ResultFileTest, FollowsLinksToTheirLastTarget) {
@@ -113,7 +108,7 @@ TEST_F(ResultFileTest, FollowsLinksToTheirLastTarget) {
   EXPECT_TRUE(fs::is_symlink(path("absolute")));
   EXPECT_TRUE(fs::is_symlink(path("relative")));
   EXPECT_EQ(fs::symlink_status(path("results/run.json")).type(), fs::file_type::regular);
-  EXPECT_EQ(content_of(path("results/run.json")), "newer");
+  EXPECT_EQ(file_content(path("results/run.json")), "newer");
 }
 
 TEST_F(ResultFileTest, MakesWhatADanglingLinkNames) {
@@ -121,7 +116,7 @@ TEST_F(ResultFileTest, MakesWhatADanglingLinkNames) {
   ResultFile file(path("link"), run_id, {});
   file.write("text");
   EXPECT_TRUE(fs::is_symlink(path("link")));
-  EXPECT_EQ(content_of(path("not_there.json")), "text");
+  EXPECT_EQ(file_content(path("not_there.json")), "text");
 }
 
 TEST_F(ResultFileTest, IsMadeInTheWorkingDirectoryByABareName) {
@@ -132,7 +127,7 @@ TEST_F(ResultFileTest, IsMadeInTheWorkingDirectoryByABareName) {
     fs::current_path(before);  // what happens to it meanwhile does not matter
     file.write("text");
   }
-  EXPECT_EQ(content_of(path("bare.json")), "text");
+  EXPECT_EQ(file_content(path("bare.json")), "text");
 }
 
 TEST_F(ResultFileTest, HasTheModeThatTheUmaskLeaves) {
@@ -155,7 +150,7 @@ TEST_F(ResultFileTest, ATextThatWasWrittenIsNotRemovedByAnotherRunThatFails) {
     file.write("text");
     EXPECT_THAT(refusal(path("missing/run.json")), HasSubstr("No such file or directory"));
   }
-  EXPECT_EQ(content_of(path("run.json")), "text");
+  EXPECT_EQ(file_content(path("run.json")), "text");
 }
 
 TEST_F(ResultFileTest, RefusesPlacesThatCannotBeWritten) {
@@ -206,8 +201,8 @@ TEST_F(ResultFileTest, RefusesWhatMayNotBeWrittenAndLeavesItAlone) {
   const std::vector<std::string> places{path("closed/run.json"), path("closed/new.json"),
                                         path("open/run.json")};
   EXPECT_EXIT(_exit(refusals_of_nobody(places)), testing::ExitedWithCode(3), "");
-  EXPECT_EQ(content_of(path("closed/run.json")), "older");
-  EXPECT_EQ(content_of(path("open/run.json")), "older");
+  EXPECT_EQ(file_content(path("closed/run.json")), "older");
+  EXPECT_EQ(file_content(path("open/run.json")), "older");
   EXPECT_THAT(names(), ElementsAre("closed", "open"));
   chmod(path("closed").c_str(), 0755);
 }
@@ -221,7 +216,7 @@ TEST_F(ResultFileTest, IsNoFileThatTheRunReads) {
     EXPECT_EQ(refusal(path(name), inputs), "cannot write the JSON document to " +
                                                path(name).string() + ": the run reads it, too");
   }
-  EXPECT_EQ(content_of(path("limits.txt")), "coincidences>=1\n");
+  EXPECT_EQ(file_content(path("limits.txt")), "coincidences>=1\n");
   EXPECT_THAT(names(), ElementsAre("limits.txt", "link", "other_name"));
 }
 
@@ -341,7 +336,7 @@ TEST_F(ResultFileTest, GoesStraightIntoADescriptorWhereItStands) {
   }
   EXPECT_NE(fcntl(log, F_GETFD), -1);
   close(log);
-  EXPECT_EQ(content_of(path("log")), "before text");
+  EXPECT_EQ(file_content(path("log")), "before text");
   EXPECT_THAT(names(), ElementsAre("log"));
 }
 
@@ -357,7 +352,7 @@ TEST_F(ResultFileTest, RefusesADescriptorThatTakesNothing) {
 TEST_F(ResultFileTest, SuddenlyIsWholeToo) {
   ResultFile file(path("run.json"), run_id, {});
   file.write_suddenly("head ", "tail");
-  EXPECT_EQ(content_of(path("run.json")), "head tail");
+  EXPECT_EQ(file_content(path("run.json")), "head tail");
   EXPECT_THAT(names(), ElementsAre("run.json"));
 }
 
@@ -365,9 +360,9 @@ TEST_F(ResultFileTest, SuddenlyHasTheLastWord) {
   ResultFile file(path("run.json"), run_id, {});
   file.write("earlier");
   file.write_suddenly("head ", "tail");
-  EXPECT_EQ(content_of(path("run.json")), "head tail");
+  EXPECT_EQ(file_content(path("run.json")), "head tail");
   file.write_suddenly("one more ", "tail");
-  EXPECT_EQ(content_of(path("run.json")), "head tail");
+  EXPECT_EQ(file_content(path("run.json")), "head tail");
   EXPECT_THAT(names(), ElementsAre("run.json"));
 }
 
@@ -375,7 +370,7 @@ TEST_F(ResultFileTest, IsNotReplacedByATextThatCameTooLate) {
   ResultFile file(path("run.json"), run_id, {});
   file.write_suddenly("head ", "tail");
   file.write("too late");
-  EXPECT_EQ(content_of(path("run.json")), "head tail");
+  EXPECT_EQ(file_content(path("run.json")), "head tail");
 }
 
 // Whichever of the two is first: it is whole, and the last word is the handler's.
@@ -386,7 +381,7 @@ TEST_F(ResultFileTest, SuddenlyOnAnotherThreadIsWholeToo) {
     std::thread other([&] { file.write_suddenly("head ", "tail"); });
     file.write(text);
     other.join();
-    ASSERT_EQ(content_of(path("run.json")), "head tail");
+    ASSERT_EQ(file_content(path("run.json")), "head tail");
     ASSERT_THAT(names(), ElementsAre("run.json"));
   }
 }

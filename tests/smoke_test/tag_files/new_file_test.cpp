@@ -5,26 +5,21 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 
+#include "tests/support/file_content.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
+using zelk::test_support::file_content;
 using zelk::test_support::TemporaryDirectory;
 
 class NewFileTest : public testing::Test {
  protected:
   [[nodiscard]] std::string path(const std::string& name) const { return directory_.path() / name; }
-
-  static std::string content_of(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    EXPECT_TRUE(in) << file;
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
 
   static std::error_code refusal(const std::string& place) {
     try {
@@ -47,7 +42,7 @@ TEST_F(NewFileTest, HoldsWhatIsWritten) {
   EXPECT_FALSE(written.error);
   file.write_at(2, "xy");
   file.cut(6);
-  EXPECT_EQ(content_of(path("f")), "01xy45");
+  EXPECT_EQ(file_content(path("f")), "01xy45");
   EXPECT_FALSE(file.close());
 }
 
@@ -67,7 +62,7 @@ TEST_F(NewFileTest, LeavesAloneWhatHasItsNameMeanwhile) {
     fs::rename(path("f"), path("elsewhere"));
     std::ofstream(path("f")) << "another one's";
   }
-  EXPECT_EQ(content_of(path("f")), "another one's");
+  EXPECT_EQ(file_content(path("f")), "another one's");
 }
 
 TEST_F(NewFileTest, TouchesNothingThatExists) {
@@ -79,7 +74,7 @@ TEST_F(NewFileTest, TouchesNothingThatExists) {
     EXPECT_EQ(refusal(path(name)), std::errc::file_exists) << name;
     EXPECT_TRUE(fs::exists(fs::symlink_status(path(name)))) << name;
   }
-  EXPECT_EQ(content_of(path("f")), "precious");
+  EXPECT_EQ(file_content(path("f")), "precious");
   EXPECT_FALSE(fs::exists(path("nowhere")));
 }
 

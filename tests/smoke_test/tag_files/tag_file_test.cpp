@@ -7,13 +7,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "smoke_test/tag_files/npy_rows.hpp"
+#include "tests/support/file_content.hpp"
 #include "tests/support/temporary_directory.hpp"
 
 namespace {
@@ -70,9 +70,7 @@ class TagFileTest : public testing::Test {
   [[nodiscard]] std::string path(const std::string& name) const { return directory_.path() / name; }
 
   [[nodiscard]] std::string content_of(const std::string& name) const {
-    std::ifstream in(path(name), std::ios::binary);
-    EXPECT_TRUE(in) << name;
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return zelk::test_support::file_content(path(name));
   }
 
   // The line without the folder.
