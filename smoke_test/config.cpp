@@ -13,14 +13,14 @@ void validate(const Config& config) {
   if (config.transport == zelk::timing::Transport::uart) {
     throw std::runtime_error("this GUI-live smoke test is intended for USB FIFO modes");
   }
-  const bool has_limits = !config.required.empty() || !config.limits_files.empty();
-  if (has_limits && (config.byte_probe || config.list)) {
-    throw std::runtime_error("require and limits judge the report, which " +
-                             std::string(config.list ? "list" : "byte_probe") + "=1 replaces");
-  }
-  if (!config.tags_file.empty() && (config.byte_probe || config.list)) {
-    throw std::runtime_error("save_tags keeps the tags of the capture, which " +
-                             std::string(config.list ? "list" : "byte_probe") + "=1 replaces");
+  if (config.list || config.byte_probe) {
+    const std::string replaces = std::string(config.list ? "list" : "byte_probe") + "=1 replaces";
+    if (!config.required.empty() || !config.limits_files.empty()) {
+      throw std::runtime_error("require and limits judge the report, which " + replaces);
+    }
+    if (!config.tags_file.empty()) {
+      throw std::runtime_error("save_tags keeps the tags of the capture, which " + replaces);
+    }
   }
   if (config.port_given && !config.serial.empty()) {
     throw std::runtime_error("port and serial both choose the unit: give one of them");
