@@ -1,6 +1,7 @@
 // An open file, pipe or terminal as the system numbers it.
 #pragma once
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
@@ -27,3 +28,8 @@ class Descriptor {
  private:
   int number_;
 };
+
+// Whether what the system says of two names or descriptors is said of one file.
+inline bool is_same_file(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}

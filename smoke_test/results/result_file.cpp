@@ -63,10 +63,6 @@ std::string follow_links(std::string path) {
   return path;
 }
 
-bool is_same_file(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 // Waits for who reads it, also when the descriptor as it was handed over would not.
 bool write_all(int descriptor, std::string_view text) {
   constexpr int for_ever = -1;

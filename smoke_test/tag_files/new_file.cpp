@@ -37,7 +37,7 @@ bool NewFile::is_at(const std::string& path) const {
   struct stat own {};
   struct stat other {};
   return fstat(descriptor_.get(), &own) == 0 && stat(path.c_str(), &other) == 0 &&
-         own.st_dev == other.st_dev && own.st_ino == other.st_ino;
+         is_same_file(own, other);
 }
 
 NewFile::Written NewFile::write_at(std::uint64_t offset, std::string_view text) {
