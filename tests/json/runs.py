@@ -1,5 +1,6 @@
 """Runs the smoke test with json= and reads what it left behind."""
 
+import argparse
 import decimal
 import json
 import os
@@ -23,26 +24,21 @@ LONGEST_S = 60
 SCRATCH = tempfile.TemporaryDirectory()
 
 
-def configure(arguments):
-    """Takes --NAME=VALUE for the three places from the command line."""
+def configure():
+    """Takes --NAME=VALUE for the three places from the command line; returns the rest."""
     global PROGRAM, SCRIPTED_LIBRARY, DOCS
-    rest = []
-    for argument in arguments:
-        name, _, value = argument.partition("=")
-        if name == "--program":
-            PROGRAM = value
-        elif name == "--scripted-library":
-            SCRIPTED_LIBRARY = value
-        elif name == "--docs":
-            DOCS = pathlib.Path(value)
-        else:
-            rest.append(argument)
-    return rest
+    parser = argparse.ArgumentParser(add_help=False, allow_abbrev=False)
+    parser.add_argument("--program", default=PROGRAM)
+    parser.add_argument("--scripted-library", default=SCRIPTED_LIBRARY)
+    parser.add_argument("--docs", type=pathlib.Path, default=DOCS)
+    places, rest = parser.parse_known_args()
+    PROGRAM, SCRIPTED_LIBRARY, DOCS = places.program, places.scripted_library, places.docs
+    return [sys.argv[0], *rest]
 
 
 def main():
     try:
-        unittest.main(argv=configure(sys.argv))
+        unittest.main(argv=configure())
     finally:
         SCRATCH.cleanup()
 

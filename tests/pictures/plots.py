@@ -1,5 +1,6 @@
 """Makes tags, runs the smoke test on them, and has their pictures calculated."""
 
+import argparse
 import itertools
 import os
 import pathlib
@@ -27,17 +28,13 @@ TAG = np.dtype([("channel", "u1"), ("timestamp_ps", "<i8")], align=True)
 def main():
     """Takes --NAME=VALUE for the places from the command line."""
     global PROGRAM, SCRIPTED_LIBRARY
-    rest = []
-    for argument in sys.argv:
-        name, _, value = argument.partition("=")
-        if name == "--program":
-            PROGRAM = value
-        elif name == "--scripted-library":
-            SCRIPTED_LIBRARY = value
-        else:
-            rest.append(argument)
+    parser = argparse.ArgumentParser(add_help=False, allow_abbrev=False)
+    parser.add_argument("--program", default=PROGRAM)
+    parser.add_argument("--scripted-library", default=SCRIPTED_LIBRARY)
+    places, rest = parser.parse_known_args()
+    PROGRAM, SCRIPTED_LIBRARY = places.program, places.scripted_library
     try:
-        unittest.main(argv=rest)
+        unittest.main(argv=[sys.argv[0], *rest])
     finally:
         SCRATCH.cleanup()
 

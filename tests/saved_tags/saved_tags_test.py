@@ -1,5 +1,6 @@
 """Files that save_tags= left behind, as NumPy and the reader of the page take them."""
 
+import argparse
 import os
 import pathlib
 import random
@@ -209,16 +210,12 @@ class EndedRuns(InAFolder):
 
 def main():
     global PROGRAM, DOCS
-    rest = []
-    for argument in sys.argv:
-        name, _, value = argument.partition("=")
-        if name == "--program":
-            PROGRAM = value
-        elif name == "--docs":
-            DOCS = pathlib.Path(value)
-        else:
-            rest.append(argument)
-    unittest.main(argv=rest)
+    parser = argparse.ArgumentParser(add_help=False, allow_abbrev=False)
+    parser.add_argument("--program", default=PROGRAM)
+    parser.add_argument("--docs", type=pathlib.Path, default=DOCS)
+    places, rest = parser.parse_known_args()
+    PROGRAM, DOCS = places.program, places.docs
+    unittest.main(argv=[sys.argv[0], *rest])
 
 
 if __name__ == "__main__":
