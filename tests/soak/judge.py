@@ -4,14 +4,20 @@ import collections
 import re
 
 import ports
+from document import compare_with_document
+from literal_figures import compare_with_tags
 from report import REF_LINE, Malformed, Report
 from run import SANITIZER_STATUS, SIGNALS
-from scenario import LOGGED
+from saved_tags import Unloadable, read_saved_tags
+from scenario import DOCUMENT, LOGGED, TAGS_CSV, TAGS_NPY
 
 STATUSES = (0, 1, 2, 3, *(128 + number for number in SIGNALS))
 LOADER_FAILED = 127
 UNANSWERED = "the device library does not answer"
 UNWRITTEN = "cannot write the report to standard output"
+UNKEPT = (f"cannot write the tags to {TAGS_NPY}: File too large",
+          f"cannot write the tags to {TAGS_CSV}: File too large",
+          f"cannot write the JSON document to {DOCUMENT}: File too large")  # fmt: skip
 INTERRUPTED = "interrupted during set-up"
 TIMED_OUT = -3
 FIXED_CLOCK = (-3, -4, -7)
@@ -121,6 +127,8 @@ class Verdict:
             self.judge_success()
         if self.result.calls is not None and not self.is_unanswered():
             self.judge_calls()
+        self.judge_saved_tags()
+        self.judge_document()
 
     def is_unanswered(self):
         unseen = 2 in self.step.closed and self.step.may_hang and self.result.status == 2
@@ -158,6 +166,8 @@ class Verdict:
             return text.startswith(OPERATIONS[self.failed_call.name] + ": ")
         if text == UNANSWERED:
             return step.may_hang
+        if text in UNKEPT:
+            return step.file_bytes is not None
         if text == UNWRITTEN:
             full = step.file_bytes is not None and len(self.result.output) == step.file_bytes
             return not step.can_report or full
@@ -234,6 +244,34 @@ class Verdict:
         if report.calibration_loaded != (loads == [0]):
             self.complain("calibration_loaded is not what the library said")
 
+    # The files that were asked for.
+
+    def judge_saved_tags(self):
+        saved = self.result.saved_tags
+        if not self.step.saves_tags or self.is_unanswered():
+            return  # what hangs may hang between a row and its header
+        if isinstance(saved, Unloadable):
+            self.complain(f"saved tags: {saved}")
+        elif saved is None:
+            if self.report:
+                self.complain("saved tags: there are none, beside a report")
+        elif self.report and saved.counts != self.report.tags:
+            self.complain(f"saved tags: {saved.counts}, and the report counts {self.report.tags}")
+        elif self.report and saved.are_all_kept:
+            self.complaints += compare_with_tags(self.report, saved.tags)
+        elif self.result.status == 2 and self.result.calls is not None and not self.started():
+            self.complain("saved tags: a file of a run that never captured")
+
+    def judge_document(self):
+        step, document = self.step, self.result.document
+        if not step.writes_document:
+            return
+        if document is not None:
+            line = None if 2 in step.closed else self.error.decode(errors="replace")[:-1]
+            self.complaints += compare_with_document(document, self.result.status, line, self.report)
+        elif step.file_bytes is None and not step.memory_bytes:
+            self.complain("document: there is none")
+
     # The library's log.
 
     def made(self, name):
@@ -242,6 +280,15 @@ class Verdict:
     def opened(self):
         calls = self.result.calls or []
         return any(call.name.startswith("qx_open") and call.status == 0 for call in calls)
+
+    def started(self):
+        calls = self.result.calls or []
+        return any(call.name == "qx_start_stream_mode" and call.status == 0 for call in calls)
+
+    def descriptors_left(self):
+        """As a pattern: a file that is opened before the device may be closed before it, too."""
+        most = self.step.saves_tags + self.step.writes_document
+        return f"(0|-[1-{most}])" if most else "0"
 
     def reads(self):
         return [call for call in self.result.calls if call.name == "qx_read_stream_bytes"]
@@ -265,60 +312,30 @@ class Verdict:
     def judge_calls(self):
         calls = self.result.calls
         names = collections.Counter(call.name for call in calls)
-        opened = any(c.name in ("qx_open_serial", "qx_open") and c.status == 0 for c in calls)
-        started = any(c.name == "qx_start_stream_mode" and c.status == 0 for c in calls)
+        opened = self.opened()
         # A signal after the capture may end the program before it closes the device.
         at_once = self.result.status > 128 and names["qx_stop_stream_mode"] and not names["qx_close"]
         closed_at_last = names["qx_close"] == opened and (not opened or calls[-1].name == "qx_close")
         if not closed_at_last and not at_once:
             self.complain("the device was not closed, or not at last")
-        if names["qx_stop_stream_mode"] != started:
+        if names["qx_stop_stream_mode"] != self.started():
             self.complain("the stream was not stopped once")
         for call in calls:
             if re.search(r" (device|list)=(closed|foreign|freed)| during_read", call.line):
                 self.complain(f"a call that must not be: {call.line}")
-            if re.search(r"_left=[^0]", call.line):
+            if re.search(rf"threads_left=[^0]|descriptors_left=(?!{self.descriptors_left()}$)", call.line):
                 self.complain(f"something is left behind: {call.line}")
 
 
-def literal_steps(times):
-    return [later - earlier for earlier, later in zip(times, times[1:])]
-
-
-def compare_with_tags(verdict, tags):
-    """The report against tags that are known, counted in the plainest way."""
+def compare_with_known_tags(verdict, tags):
+    """What the library sent against what the report tells."""
     report = verdict.report
     if report is None or not verdict.stream_has_ended():
         return
     if verdict.tags_seen() != len(tags):
         verdict.complain(f"{verdict.tags_seen()} tags of {len(tags)}")
-    if report["reader_dropped"]:
-        return
-    lists = [[time for channel, time in tags if channel == n] for n in range(4)]
-    settings = verdict.step.settings
-    for n, times in enumerate(lists):
-        residues, steps = [time % 3333 for time in times], literal_steps(times)
-        forward = [step for step in steps if step >= 0]
-        expected = {
-            f"ch{n}": len(times),
-            f"ch{n}_mod3333_unique": len(set(residues)),
-            f"ch{n}_mod3333_exact_zero": residues.count(0),
-        }
-        found = {key: report[key] for key in expected}
-        expected |= {"violations": len(steps) - len(forward), "shortest": min(steps, default=0),
-                     "gap": f"{max(forward, default=0) / 1e9:.3f}"}
-        found |= {"violations": report["monotonic_violations"][n],
-                  "shortest": report["min_dt_ps"][n], "gap": f"{report['max_gap_ms'][n]:.3f}"}
-        if found != expected:
-            verdict.complain(f"{found}, not {expected}")
-    found, b = 0, 0
-    others = lists[settings.channel_b]
-    for time in lists[settings.channel_a]:
-        while b < len(others) and others[b] < time - settings.window_ps:
-            b += 1
-        found += b < len(others) and others[b] <= time + settings.window_ps
-    if found != report["coincidences"]:
-        verdict.complain(f"coincidences={report['coincidences']}, not {found}")
+    if not report["reader_dropped"]:
+        verdict.complaints += compare_with_tags(report, tags)
 
 
 def compare_recording(verdicts):
@@ -352,7 +369,7 @@ def judge(scenario, results):
     """One verdict per step."""
     verdicts = [Verdict(step, result) for step, result in zip(scenario.steps, results)]
     if scenario.tags is not None:
-        compare_with_tags(verdicts[0], scenario.tags)
+        compare_with_known_tags(verdicts[0], scenario.tags)
     if scenario.compare == "recording":
         compare_recording(verdicts)
     return verdicts

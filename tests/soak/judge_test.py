@@ -2,13 +2,16 @@
 each run that has gone wrong in one way. The good report is one of the default unit."""
 
 import dataclasses
+import json
 import pathlib
 import re
 import signal
 import unittest
 
 from judge import Verdict
+from report import Report, ranking
 from run import Result, parse_log
+from saved_tags import SavedTags, Unloadable
 from scenario import Step
 from settings import Settings
 
@@ -171,6 +174,59 @@ class Judge(unittest.TestCase):
         hung = {"output": REF_LINE, "status": 2, "log": left_open, "closed": (2,)}
         self.assertEqual(complaints(may_hang=True, **hung), [])
         self.expect_complaint(**hung)
+
+    def test_saved_tags_that_differ_from_the_report_are_found(self):
+        saving = dataclasses.replace(GOOD_STEP, arguments=["save_tags=kept.npy"])
+
+        def complaints_of(saved):
+            result = Result(0, REPORT.encode(), b"", 1.0, False, parse_log(GOOD_LOG),
+                            saved_tags=saved)
+            return Verdict(saving, result).complaints
+
+        self.assertEqual(complaints_of(SavedTags([0, 0, 4960, 4960])), [])
+        self.assertNotEqual(complaints_of(SavedTags([0, 0, 4960, 4959])), [])
+        self.assertNotEqual(complaints_of(SavedTags([0, 0, 4960, 4960], [(2, 5)] * 9920)), [])
+        self.assertNotEqual(complaints_of(Unloadable("it has no end")), [])
+        self.assertNotEqual(complaints_of(None), [])
+
+    def test_saved_tags_of_a_run_that_never_captured_are_found(self):
+        saving = dataclasses.replace(GOOD_STEP, arguments=["save_tags=kept.npy"])
+        for status, right in ((0, True), (-7, False)):
+            log = ("qx_open_serial -> 0\n" f"qx_start_stream_mode -> {status}\n"
+                   f"qx_read_stream_bytes -> {-5 if right else -3} received=0\n"
+                   + "qx_stop_stream_mode -> 0\n" * right + "qx_close descriptors_left=-1\n")
+            call = "read_stream_bytes" if right else "start_stream(mode)"
+            result = Result(2, REF_LINE.encode(), f"{call}: no\n".encode(), 1.0, False,
+                            parse_log(log), saved_tags=SavedTags())
+            self.assertEqual(Verdict(saving, result).complaints == [], right)
+
+    def test_a_document_that_differs_from_the_run_is_found(self):
+        writing = dataclasses.replace(GOOD_STEP, arguments=["json=kept.json"])
+        report = Report(REPORT.encode(), SETTINGS)
+        lists = {key: ranking(text) for key, text in report.figures.items()
+                 if key.endswith("_top") or key == "xcorr_top_bins"}
+        good = {"exit_status": 0, "error": None, "lists": lists | {"bins": report.bins},
+                "figures": {key: report[key] for key in ("tags_total", "coincidences", "min_dt_ps")}}
+
+        def complaints_of(document):
+            result = Result(0, REPORT.encode(), b"", 1.0, False, parse_log(GOOD_LOG),
+                            document=document)
+            return Verdict(writing, result).complaints
+
+        def changed(part, **more):
+            return json.dumps(good | {part: good[part] | more}).encode()
+
+        self.assertEqual(complaints_of(json.dumps(good).encode()), [])
+        self.assertEqual(complaints_of(changed("lists", xcorr_top_bins=None)), [])
+        for document in (
+            None, b"", json.dumps(good).encode()[:-1],
+            json.dumps(good | {"exit_status": 3}).encode(),
+            json.dumps(good | {"error": "no"}).encode(),
+            changed("figures", tags_total=9919), changed("figures", coincidences=None),
+            changed("figures", min_dt_ps=[0, 0, 0, 0]), changed("lists", bins=[]),
+            changed("lists", ch2_mod3333_top=None),
+        ):  # fmt: skip
+            self.assertNotEqual(complaints_of(document), [], document)
 
     def test_a_sanitizer_is_heard(self):
         self.expect_complaint(error="==1==ERROR: AddressSanitizer: heap-use-after-free\n", status=2)

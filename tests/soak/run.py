@@ -13,7 +13,8 @@ import subprocess
 import time
 import tty
 
-from scenario import FIFO, LOGGED, SCRIPTED
+from saved_tags import Unloadable, read_saved_tags
+from scenario import DOCUMENT, FIFO, LOGGED, SCRIPTED, TAGS_CSV, TAGS_NPY
 
 PIPE_BYTES = 4096
 GIB = 1 << 30
@@ -58,6 +59,8 @@ class Result:
     timed_out: bool
     calls: list = None  # None: nothing was logged
     signals_sent: list = dataclasses.field(default_factory=list)
+    saved_tags: object = None  # SavedTags, what is wrong with the file, or None: there is none
+    document: bytes = None
 
 
 def parse_log(text):
@@ -225,12 +228,27 @@ class Run:
             while source.descriptor is not None:
                 source.take()
         return Result(status, self.collected_output(output), error.content[len(self.filling):],
-                      seconds, timed_out, self.collected_calls(), self.signals_sent)
+                      seconds, timed_out, self.collected_calls(), self.signals_sent,
+                      self.collected_tags(), self.collected_document())
 
     def collected_output(self, source):
         if source:
             return source.content
         return (self.directory / "report.txt").read_bytes() if self.step.output == "file" else b""
+
+    def collected_tags(self):
+        for name in (TAGS_NPY, TAGS_CSV):
+            path = self.directory / name
+            if path.exists():
+                try:
+                    return read_saved_tags(path)
+                except Unloadable as fault:
+                    return fault
+        return None
+
+    def collected_document(self):
+        path = self.directory / DOCUMENT
+        return path.read_bytes() if path.exists() else None
 
     def collected_calls(self):
         if self.step.library not in (LOGGED, SCRIPTED) or self.step.file_bytes is not None:

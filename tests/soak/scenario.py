@@ -9,6 +9,7 @@ import ports
 from draw import Draw
 from settings import BAD_ARGUMENTS, Settings, Typed, draw_settings
 
+TAGS_NPY, TAGS_CSV, DOCUMENT = "kept.npy", "kept.csv", "kept.json"
 SIMULATED, LOGGED, SCRIPTED = "simulated", "logged", "scripted"
 FIFO = object()  # in the place of a file's bytes
 
@@ -35,6 +36,14 @@ class Step:
     may_hang: bool = False
     damaged: bool = False
     slow_s: float = 0  # time that slow calls take in all
+
+    @property
+    def saves_tags(self):
+        return any(argument.startswith("save_tags=") for argument in self.arguments)
+
+    @property
+    def writes_document(self):
+        return any(argument.startswith("json=") for argument in self.arguments)
 
     @property
     def can_report(self):
@@ -270,6 +279,14 @@ def add_oddities(draw, step):
         step.environment["ZELK_PACKED_DEBUG"] = draw.pick("1", "")
 
 
+def keep_files(draw, step):
+    """The tags, and the run as a document."""
+    if not step.settings.byte_probe and draw.chance(0.3):
+        step.arguments.append("save_tags=" + draw.pick(TAGS_NPY, TAGS_CSV))
+    if draw.chance(0.3):
+        step.arguments.append(f"json={DOCUMENT}")
+
+
 def add_endless_capture(draw, step):
     """Only a signal ends it."""
     endless = draw.pick("inf", "1e300")
@@ -292,6 +309,8 @@ def draw_scenario(seed, faults):
     if faults or kind in (known_tags, recorded, starved):
         return scenario
     step = scenario.steps[0]
+    if step.settings and not step.error:
+        keep_files(draw, step)
     add_oddities(draw, step)
     if kind is simulated and not step.may_hang and draw.chance(0.02):
         add_endless_capture(draw, step)
