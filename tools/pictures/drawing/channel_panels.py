@@ -85,6 +85,13 @@ def code_axis():
     return Axis("Position in the clock period (ps)", 0.0, float(CLOCK_PERIOD_PS))
 
 
+def density_axis():
+    """With room on both sides: pulses in step with the clock stand at its very start."""
+    margin = 0.03 * CLOCK_PERIOD_PS
+    axis = code_axis()
+    return Axis(axis.label, axis.low - margin, axis.high + margin)
+
+
 def density_panels(page):
     panels = []
     for channel, codes in enumerate(page.codes_per_channel):
@@ -92,7 +99,7 @@ def density_panels(page):
             continue
         series = (Histogram(np.arange(CLOCK_PERIOD_PS + 1) - 0.5, codes.counts,
                             line_of(channel)),)
-        panels.append(Panel(f"density-{channel}", f"Channel {channel}", code_axis(),
+        panels.append(Panel(f"density-{channel}", f"Channel {channel}", density_axis(),
                             count_axis("Tags per ps of position", int(codes.counts.max())),
                             channel, series, "codes"))
     return tuple(panels)
