@@ -24,8 +24,9 @@ FIXED_CLOCK = (-3, -4, -7)
 # So many reads in vain, of 20 ms each, give any consumer the time to drain the queue.
 READS_OF_AN_ENDED_STREAM = 6
 PROBE_BUFFER_BYTES = 65536
-# What a run may take beside its capture before its counts are doubted.
-MOST_WAITED_S = 1
+# What a run may take beside its capture before its counts are doubted. A thread that
+# counts tags, and is kept from it until a short capture is over, counts none.
+MOST_WAITED_S = 0.15
 
 SANITIZER = re.compile(rb"(ERROR|WARNING): \w+Sanitizer|runtime error:|Sanitizer:DEADLYSIGNAL")
 PROGRESS = re.compile(rb"\r\x1b\[K(\d[^\r\n]*(?=\r))?")
