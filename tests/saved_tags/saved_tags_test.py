@@ -130,13 +130,14 @@ class EndedRuns(InAFolder):
     """A signal at any moment leaves a file that loads."""
 
     def start_endless(self):
-        """A run that has tags in its file, and more to come."""
+        """A run whose header tells of tags already, and more to come: the second batch goes
+        into the file after the first one was told."""
         file = self.folder / "run.npy"
         file.unlink(missing_ok=True)
         process = start(self.folder, "port=sim://burst?pause_us=0", *UNHURRIED, "capture_s=60",
                         f"save_tags={file.name}")
         end = time.monotonic() + LONGEST_S
-        while not file.exists() or file.stat().st_size <= HEADER_BYTES:
+        while not file.exists() or file.stat().st_size <= HEADER_BYTES + 16 * BATCH:
             if process.poll() is not None or time.monotonic() > end:
                 self.fail(f"no tags were saved: {finish(process)}")
             time.sleep(0.001)
